@@ -3,6 +3,7 @@
 #ifndef DOFRA_TESTS_SUPPORT_TEST_IMAGE_H
 #define DOFRA_TESTS_SUPPORT_TEST_IMAGE_H
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <random>
