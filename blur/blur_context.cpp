@@ -1,0 +1,242 @@
+#include "blur/blur_context.h"
+
+#include <cstdlib>
+#include <cstring>
+
+#include "api/clock.h"
+#include "api/log.h"
+#include "blur/dispatch.h"
+#include "blur/frame_check.h"
+#include "dofra_depth.h"
+#include "pool/thread_pool.h"
+#include "weight/weight_context.h"
+
+namespace {
+
+constexpr int kWeightUnit = 1024;  // kernel weights are 1/k in Q10
+constexpr int kIntegralBytes = 4;  // one 32-bit integral entry
+constexpr int kIntegralBands = 2;  // scratch slices, fixed: band_count stays 2
+
+// Buffer sizes are formed in 32-bit arithmetic (wrapping, never undefined);
+// frames that would overflow are refused before any allocation.
+int32_t Mul32(int32_t a, int32_t b) {
+  return static_cast<int32_t>(static_cast<uint32_t>(a) * static_cast<uint32_t>(b));
+}
+int32_t Add32(int32_t a, int32_t b) {
+  return static_cast<int32_t>(static_cast<uint32_t>(a) + static_cast<uint32_t>(b));
+}
+// 4:2:0 frame size: the whole product is formed, then halved.
+int32_t ThreeHalves(int32_t a, int32_t b) { return Mul32(Mul32(a, b), 3) / 2; }
+
+// Offsets into buffers that may exceed 32 bits in their products.
+inline uint8_t* At(uint8_t* base, int64_t a, int64_t b) { return base + a * b; }
+
+struct BufferSpec {
+  uint8_t** field;
+  int32_t size;
+  int line;
+  const char* message;
+};
+
+}  // namespace
+
+int blur_init(DofraParams* params, DofraHandle* handle) {
+  const int32_t W = handle->width;
+  const int32_t H = handle->height;
+  const int32_t k = params->blur_kernel_size;
+  const int32_t s = params->scale_factor;
+  if (const char* reason = blur_frame_refusal(W, H, s, k)) {
+    DOFRA_LOG(40, "blur_init", "refusing %dx%d at scale %d: %s\n", W, H, s, reason);
+    return 1;
+  }
+
+  BlurContext* ctx = static_cast<BlurContext*>(calloc(1, sizeof(BlurContext)));
+  handle->blur = ctx;
+  ctx->kernel_size = k;
+  ctx->scale_factor = s;
+  const int32_t sw = W / s;
+  const int32_t sh = H / s;
+  ctx->small_width = sw;
+  ctx->small_height = sh;
+
+  ctx->kernel_weights = static_cast<uint16_t*>(calloc(k, sizeof(uint16_t)));
+  for (int32_t i = 0; i < k; ++i) {
+    ctx->kernel_weights[i] = static_cast<uint16_t>(static_cast<uint32_t>(kWeightUnit) / k);
+  }
+
+  const int32_t r = k / 2;
+  const int32_t pad_w_y = sw + 2 * r;
+  const int32_t pad_w_uv = sw + 4 * r;  // r interleaved pairs of border per side
+  const BufferSpec buffers[] = {
+      {&ctx->Src_copy, ThreeHalves(W, H), 47, "Src_copy malloc error\n"},
+      {&ctx->XInterp_image, ThreeHalves(H, sw), 54, "XInterp_image malloc error\n"},
+      {&ctx->scale_img, ThreeHalves(sw, sh), 61, "scale_img malloc error\n"},
+      {&ctx->input_tmp_y, Mul32(pad_w_y, sh + 2 * r), 68, "input_tmp_y malloc error\n"},
+      {&ctx->input_tmp_uv, Mul32(pad_w_uv, sh / 2 + 2 * r), 75, "input_tmp_uv malloc error\n"},
+      {&ctx->tempim_y, Mul32(Mul32(pad_w_y, sh + 2 * r + 1), kIntegralBytes * kIntegralBands), 82,
+       "tempim_y malloc error\n"},
+      {&ctx->tempim_uv,
+       Mul32(Mul32(pad_w_uv, sh / 2 + 2 * r + 1), kIntegralBytes * kIntegralBands), 89,
+       "tempim_uv malloc error\n"},
+      {&ctx->smooth_img, ThreeHalves(sw, sh), 100, "smooth_img malloc error\n"},
+  };
+
+  int32_t total = 0;
+  for (const BufferSpec& b : buffers) {
+    *b.field = static_cast<uint8_t*>(malloc(static_cast<size_t>(b.size)));
+    if (*b.field == nullptr) {
+      // The partly filled context stays attached for blur_deinit.
+      DOFRA_LOG(b.line, "blur_init", "%s", b.message);
+      return 1;
+    }
+    total = Add32(total, b.size);
+  }
+  handle->buffer_total = Add32(handle->buffer_total, total);
+  return 0;
+}
+
+int blur_deinit(DofraHandle* handle) {
+  BlurContext* ctx = handle->blur;
+  if (ctx == nullptr) return 0;  // blur_init refused or never ran
+  void* const owned[] = {ctx->kernel_weights, ctx->Src_copy,     ctx->XInterp_image,
+                         ctx->scale_img,      ctx->input_tmp_y,  ctx->input_tmp_uv,
+                         ctx->tempim_y,       ctx->tempim_uv,    ctx->smooth_img};
+  for (void* p : owned) {
+    if (p != nullptr) free(p);
+  }
+  free(ctx);
+  return 0;
+}
+
+namespace {
+
+// A band smooths one small row beyond its own rows / s on each side: the rows
+// the enlargement interpolates from.
+void SetBandRows(BandTask* t, int32_t band, int32_t rows, int32_t s, int32_t small_h) {
+  t->band_index = band;
+  t->first_row = band * rows;
+  t->last_row = t->first_row + rows - 1;
+  const int32_t q = t->first_row / s;
+  t->small_first_row = q < 2 ? 0 : q - 1;
+  const int32_t below = t->last_row / s + 1;
+  t->small_last_row = below < small_h - 1 ? below : small_h - 1;
+}
+
+void FillCommon(BandTask* t, const DofraHandle* handle, const BlurContext* ctx,
+                uint16_t* weight_map, uint8_t* smoothed_plane) {
+  t->pool = handle->pool;
+  t->width = handle->width;
+  t->scale_factor = ctx->scale_factor;
+  t->small_width = ctx->small_width;
+  t->kernel_size = ctx->kernel_size;
+  t->kernel_weights = ctx->kernel_weights;
+  t->weight_map = weight_map;
+  t->smoothed_plane = smoothed_plane;
+}
+
+// Shrink the rows the smoothing reads, smooth the rows the enlargement reads,
+// then write the band's own destination rows.
+void RunBand(BandTask* t, ShrinkFn shrink, SmoothFn smooth, BlendFn blend) {
+  const int r = t->kernel_size / 2;
+  const int y0 = t->small_first_row - r < 0 ? 0 : t->small_first_row - r;
+  const int y1 = t->small_last_row + r < t->small_height - 1 ? t->small_last_row + r
+                                                              : t->small_height - 1;
+  shrink(t->source, t->small_plane, t->shrink_tmp, t->width, t->height, t->small_width,
+         t->small_height, y0, y1);
+  (void)getTime();
+  smooth(t->small_plane, t->padded_input, t->smoothed_plane, t->small_width, t->small_height,
+         t->kernel_weights, r, r, t->integral_scratch, t->small_first_row, t->small_last_row);
+  (void)getTime();
+  blend(t->source, t->width, t->height, t->small_width, t->small_height, t->weight_map,
+        t->smoothed_plane, t->destination, t->first_row, t->last_row);
+  (void)getTime();
+  one_thread_done(t->pool);
+}
+
+}  // namespace
+
+void* Smooth_Y_thread(void* band_task) {
+  BandTask* t = static_cast<BandTask*>(band_task);
+  const int i = t->scale_factor - kMinScaleFactor;
+  RunBand(t, kBlurKernels.shrink_y[i], kBlurKernels.smooth_y, kBlurKernels.blend_y[i]);
+  return nullptr;
+}
+
+void* Smooth_UV_thread(void* band_task) {
+  BandTask* t = static_cast<BandTask*>(band_task);
+  const int i = t->scale_factor - kMinScaleFactor;
+  RunBand(t, kBlurKernels.shrink_uv[i], kBlurKernels.smooth_uv, kBlurKernels.blend_uv[i]);
+  return nullptr;
+}
+
+void blur_process(DofraHandle* handle, uint8_t* src_y, uint8_t* src_uv, uint8_t* dst_y,
+                  uint8_t* dst_uv, uint8_t* smoothed) {
+  const int32_t N = handle->band_count;
+  CThread_pool* pool = handle->pool;
+  BandTask* tasks = handle->pThreadArg;
+  const int32_t W = handle->width;
+  const int32_t H = handle->height;
+  BlurContext* ctx = handle->blur;
+  uint16_t* weight_map = handle->weight->weight_map;
+  uint8_t* smooth_buf = smoothed != nullptr ? smoothed : ctx->smooth_img;
+
+  reset_thread_done(pool);
+
+  // A band reads source rows outside its own range, so an in-place plane is
+  // read from a private copy.
+  const int64_t luma_bytes = static_cast<int64_t>(W) * H;
+  if (src_y == dst_y) {
+    memcpy(ctx->Src_copy, src_y, static_cast<size_t>(luma_bytes));
+    src_y = ctx->Src_copy;
+  }
+  if (src_uv == dst_uv) {
+    memcpy(ctx->Src_copy + luma_bytes, src_uv, static_cast<size_t>(luma_bytes / 2));
+    src_uv = ctx->Src_copy + luma_bytes;
+  }
+
+  const int32_t s = ctx->scale_factor;
+  const int32_t sw = ctx->small_width;
+  const int32_t sh = ctx->small_height;
+  const int32_t r = ctx->kernel_size / 2;
+  if (N > 0) {
+    const int32_t rows = H / N;
+    const int64_t slice = static_cast<int64_t>(sw + 2 * r) * (sh + 2 * r + 1) * kIntegralBytes;
+    for (int32_t b = 0; b < N; ++b) {
+      BandTask* t = &tasks[b];
+      FillCommon(t, handle, ctx, weight_map, smooth_buf);
+      SetBandRows(t, b, rows, s, sh);
+      t->height = H;
+      t->small_height = sh;
+      t->source = src_y;
+      t->destination = dst_y;
+      t->small_plane = ctx->scale_img;
+      t->shrink_tmp = ctx->XInterp_image;
+      t->padded_input = ctx->input_tmp_y;
+      t->integral_scratch = At(ctx->tempim_y, b, slice);
+      pool_add_worker(pool, Smooth_Y_thread, t);
+    }
+  }
+  if (N > 0) {
+    const int32_t rows = (H / 2) / N;
+    const int32_t shc = sh / 2;
+    const int64_t slice = static_cast<int64_t>(sw + 4 * r) * (shc + 2 * r + 1) * kIntegralBytes;
+    const int64_t small_luma = static_cast<int64_t>(sw) * sh;
+    for (int32_t b = 0; b < N; ++b) {
+      BandTask* t = &tasks[N + b];
+      FillCommon(t, handle, ctx, weight_map, smooth_buf + small_luma);
+      SetBandRows(t, b, rows, s, shc);
+      t->height = H / 2;
+      t->small_height = shc;
+      t->source = src_uv;
+      t->destination = dst_uv;
+      t->small_plane = ctx->scale_img + small_luma;
+      t->shrink_tmp = At(ctx->XInterp_image, H, sw);
+      t->padded_input = ctx->input_tmp_uv;
+      t->integral_scratch = At(ctx->tempim_uv, b, slice);
+      pool_add_worker(pool, Smooth_UV_thread, t);
+    }
+  }
+
+  sync_thread_done(pool, 2 * N);
+  (void)getTime();
+}

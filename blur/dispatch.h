@@ -1,0 +1,26 @@
+// Kernel tables of the blur engine, indexed by scale factor - 2. Factors 3,
+// 5 and 7 run the factor-2 routines on a small image sized for their own
+// factor; the tables are laid out that way on purpose.
+#ifndef DOFRA_BLUR_DISPATCH_H
+#define DOFRA_BLUR_DISPATCH_H
+
+#include "blur/kernels.h"
+
+constexpr int kMinScaleFactor = 2;
+constexpr int kScaleEntries = 7;  // factors 2..8
+
+struct BlurKernelTable {
+  ShrinkFn shrink_y[kScaleEntries];
+  ShrinkFn shrink_uv[kScaleEntries];
+  BlendFn blend_y[kScaleEntries];
+  BlendFn blend_uv[kScaleEntries];
+  SmoothFn smooth_y;
+  SmoothFn smooth_uv;
+};
+
+// What the pipeline runs: the vectorised members.
+extern const BlurKernelTable kBlurKernels;
+// The same table made of the plain scalar formulas, for comparison.
+extern const BlurKernelTable kBlurKernelsC;
+
+#endif  // DOFRA_BLUR_DISPATCH_H

@@ -1,0 +1,212 @@
+#include "pool/thread_pool.h"
+
+#include <sched.h>
+#include <sys/resource.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <cstring>
+
+#include "api/log.h"
+
+namespace {
+
+constexpr int kWorkerPriority = -8;
+constexpr int kCpuSetBits = 1024;  // 128-byte affinity mask
+static_assert(sizeof(cpu_set_t) * 8 == kCpuSetBits, "affinity mask is 1024 CPUs");
+
+pid_t CurrentThreadId() { return static_cast<pid_t>(syscall(SYS_gettid)); }
+
+// Pins the calling worker to the CPU numbered like its index; an index past
+// the mask leaves it empty, which the system refuses (logged, runs unpinned).
+void PinToCpu(int index) {
+  cpu_set_t set;
+  CPU_ZERO(&set);
+  if (index < kCpuSetBits) CPU_SET(index, &set);
+  if (sched_setaffinity(0, sizeof(set), &set) != 0) {
+    DOFRA_LOG(47, "thread_routine", "sched_setaffinity failed");
+  }
+}
+
+// Releases what pool_init allocated; initialised locks are left as they are.
+int PoolInitFail(CThread_pool* pool) {
+  if (pool->threadid != nullptr) free(pool->threadid);
+  if (pool->thread_creatflag != nullptr) free(pool->thread_creatflag);
+  free(pool);
+  return -1;
+}
+
+}  // namespace
+
+int pool_init(CThread_pool** out, int32_t thread_num) {
+  CThread_pool* pool = static_cast<CThread_pool*>(malloc(sizeof(CThread_pool)));
+  if (pool == nullptr) {
+    DOFRA_LOG(98, "pool_init", "can't alloc thread pool\n");
+    return -1;
+  }
+  *out = pool;
+  memset(pool, 0, sizeof(*pool));
+
+  int err = pthread_mutex_init(&pool->queue_lock, nullptr);
+  if (err != 0) {
+    DOFRA_LOG(108, "pool_init", "can't init pool->queue_lock err:%d\n", err);
+    return PoolInitFail(pool);
+  }
+  err = pthread_cond_init(&pool->queue_ready, nullptr);
+  if (err != 0) {
+    DOFRA_LOG(114, "pool_init", "can't init pool->queue_ready err:%d\n", err);
+    return PoolInitFail(pool);
+  }
+  err = pthread_mutex_init(&pool->pro_lock, nullptr);
+  if (err != 0) {
+    DOFRA_LOG(121, "pool_init", "can't init pool->pro_lock err:%d\n", err);
+    return PoolInitFail(pool);
+  }
+  err = pthread_cond_init(&pool->pro_ready, nullptr);
+  if (err != 0) {
+    DOFRA_LOG(128, "pool_init", "can't init pool->pro_ready err:%d\n", err);
+    return PoolInitFail(pool);
+  }
+
+  pool->queue_head = nullptr;
+  pool->thread_num = thread_num;
+  pool->queue_size = 0;
+  pool->shutdown = 0;
+
+  pool->threadid = static_cast<pthread_t*>(malloc(sizeof(pthread_t) * thread_num));
+  if (pool->threadid == nullptr) {
+    DOFRA_LOG(140, "pool_init", "can't malloc threadid\n");
+    return PoolInitFail(pool);
+  }
+  pool->thread_creatflag = static_cast<int32_t*>(malloc(sizeof(int32_t) * thread_num));
+  if (pool->thread_creatflag == nullptr) {
+    DOFRA_LOG(146, "pool_init", "can't malloc thread_creatflag\n");
+    return PoolInitFail(pool);
+  }
+  memset(pool->threadid, 0, sizeof(pthread_t) * thread_num);
+  memset(pool->thread_creatflag, 0, sizeof(int32_t) * thread_num);
+
+  int failures = 0;
+  for (int i = 0; i < thread_num; ++i) {
+    pool->thread_args[i].index = i;
+    pool->thread_args[i].pool = pool;
+    err = pthread_create(&pool->threadid[i], nullptr, thread_routine, &pool->thread_args[i]);
+    if (err != 0) {
+      DOFRA_LOG(160, "pool_init", "can't create thread: %s\n", strerror(err));
+      pool->thread_creatflag[i] = 0;
+      ++failures;
+    } else {
+      pool->thread_creatflag[i] = 1;
+    }
+  }
+  // A partial start is not reported: the pool serves with the workers it has.
+  if (failures != thread_num) return 0;
+
+  DOFRA_LOG(169, "pool_init", "all LTM thread create failed.\n");
+  return PoolInitFail(pool);
+}
+
+int pool_add_worker(void* pool_arg, PoolProcess process, void* arg) {
+  CThread_pool* pool = static_cast<CThread_pool*>(pool_arg);
+  PoolTask* task = static_cast<PoolTask*>(malloc(sizeof(PoolTask)));
+  task->process = process;
+  task->arg = arg;
+  task->next = nullptr;
+
+  pthread_mutex_lock(&pool->queue_lock);
+  PoolTask** link = &pool->queue_head;
+  while (*link != nullptr) link = &(*link)->next;
+  *link = task;
+  ++pool->queue_size;
+  pthread_mutex_unlock(&pool->queue_lock);
+
+  pthread_cond_signal(&pool->queue_ready);
+  return 0;
+}
+
+void* thread_routine(void* thread_arg) {
+  ThreadArg* self = static_cast<ThreadArg*>(thread_arg);
+  CThread_pool* pool = self->pool;
+  PinToCpu(self->index);
+  setpriority(PRIO_PROCESS, static_cast<id_t>(CurrentThreadId()), kWorkerPriority);
+
+  for (;;) {
+    pthread_mutex_lock(&pool->queue_lock);
+    while (pool->queue_size == 0) {
+      if (pool->shutdown) {
+        pthread_mutex_unlock(&pool->queue_lock);
+        pthread_exit(nullptr);
+      }
+      pthread_cond_wait(&pool->queue_ready, &pool->queue_lock);
+    }
+    // Shutdown abandons queued tasks; pool_destroy releases them.
+    if (pool->shutdown) {
+      pthread_mutex_unlock(&pool->queue_lock);
+      pthread_exit(nullptr);
+    }
+    --pool->queue_size;
+    PoolTask* task = pool->queue_head;
+    pool->queue_head = task->next;
+    pthread_mutex_unlock(&pool->queue_lock);
+
+    task->process(task->arg);
+    free(task);
+  }
+}
+
+int pool_destroy(CThread_pool* pool) {
+  if (pool->shutdown) return -1;
+
+  pthread_mutex_lock(&pool->queue_lock);
+  pool->shutdown = 1;
+  pthread_mutex_unlock(&pool->queue_lock);
+  pthread_cond_broadcast(&pool->queue_ready);
+
+  int result = 0;
+  for (int i = 0; i < pool->thread_num; ++i) {
+    if (pool->thread_creatflag[i] != 1) continue;
+    const int err = pthread_join(pool->threadid[i], nullptr);
+    if (err != 0) {
+      DOFRA_LOG(239, "pool_destroy", "pthread_join fail: %s , i:%d , threadid:%d\n",
+                strerror(err), i, static_cast<int>(pool->threadid[i]));
+      result = -1;
+    }
+  }
+  free(pool->threadid);
+  free(pool->thread_creatflag);
+
+  PoolTask* task = pool->queue_head;
+  while (task != nullptr) {
+    PoolTask* next = task->next;
+    free(task);
+    task = next;
+  }
+
+  pthread_mutex_destroy(&pool->queue_lock);
+  pthread_cond_destroy(&pool->queue_ready);
+  pthread_mutex_destroy(&pool->pro_lock);
+  pthread_cond_destroy(&pool->pro_ready);
+  free(pool);
+  return result;
+}
+
+void reset_thread_done(CThread_pool* pool) {
+  pthread_mutex_lock(&pool->pro_lock);
+  pool->done_count = 0;
+  pthread_mutex_unlock(&pool->pro_lock);
+}
+
+void one_thread_done(CThread_pool* pool) {
+  pthread_mutex_lock(&pool->pro_lock);
+  ++pool->done_count;
+  pthread_mutex_unlock(&pool->pro_lock);
+  pthread_cond_signal(&pool->pro_ready);
+}
+
+void sync_thread_done(CThread_pool* pool, int32_t expected) {
+  pthread_mutex_lock(&pool->pro_lock);
+  // Equality, not a lower bound: exactly `expected` tasks follow each reset.
+  while (pool->done_count != expected) pthread_cond_wait(&pool->pro_ready, &pool->pro_lock);
+  pthread_mutex_unlock(&pool->pro_lock);
+}

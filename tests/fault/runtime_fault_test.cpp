@@ -1,0 +1,196 @@
+// Runtime failure paths forced at link time: every buffer of the blur
+// context, the band records, every step of pool_init, and worker creation.
+// ASan's leak check at exit covers the teardown of each failure path.
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <cstring>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include <ui/GraphicBuffer.h>
+
+#include "dofra_depth.h"
+#include "fault/fault_injection.h"
+#include "pool/thread_pool.h"
+#include "support/log_capture.h"
+
+namespace {
+
+// DofraInit's allocations in order: handle, pThreadArg, pool, threadid,
+// thread_creatflag, BlurContext, kernel_weights, eight buffers, WeightContext.
+constexpr int kPThreadArgAlloc = 2;
+constexpr int kPoolAlloc = 3;
+constexpr int kThreadIdAlloc = 4;
+constexpr int kCreatFlagAlloc = 5;
+constexpr int kFirstBufferAlloc = 8;
+constexpr int kInitAllocations = 16;
+
+DofraParams Params1080(int scale) { return DofraParams{1920, 1080, 240, 135, 5, 0, scale, 5}; }
+
+// Log lines after the build-time line.
+std::vector<std::string> AfterBuildLine(const LogCapture& log) {
+  std::vector<std::string> texts = log.Texts();
+  EXPECT_FALSE(texts.empty());
+  if (!texts.empty()) {
+    EXPECT_EQ(texts[0].rfind("L 16, DofraInit: build time ", 0), 0u);
+    texts.erase(texts.begin());
+  }
+  return texts;
+}
+
+TEST(RuntimeFaultTest, CleanInitMakesExactlyTheListedAllocations) {
+  fault::Guard guard;
+  DofraParams params = Params1080(4);
+  DofraHandle* handle = nullptr;
+  fault::FailAllocation(0);
+  ASSERT_EQ(DofraInit(&handle, &params), 0);
+  EXPECT_EQ(fault::AllocationCount(), kInitAllocations);
+  EXPECT_EQ(DofraDeinit(handle), 0);
+}
+
+struct BufferFault {
+  int nth;
+  const char* expected;
+};
+
+class BlurBufferFaultTest : public ::testing::TestWithParam<BufferFault> {};
+
+TEST_P(BlurBufferFaultTest, LogsTheBufferAndTearsDownCleanly) {
+  fault::Guard guard;
+  LogCapture log;
+  DofraParams params = Params1080(4);
+  DofraHandle* handle = nullptr;
+  fault::FailAllocation(GetParam().nth);
+  EXPECT_EQ(DofraInit(&handle, &params), 1);
+  EXPECT_NE(handle, nullptr);  // the released address stays with the host
+  EXPECT_EQ(AfterBuildLine(log), std::vector<std::string>{GetParam().expected});
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    EveryBuffer, BlurBufferFaultTest,
+    ::testing::Values(BufferFault{kFirstBufferAlloc + 0, "L 47, blur_init: Src_copy malloc error\n"},
+                      BufferFault{kFirstBufferAlloc + 1, "L 54, blur_init: XInterp_image malloc error\n"},
+                      BufferFault{kFirstBufferAlloc + 2, "L 61, blur_init: scale_img malloc error\n"},
+                      BufferFault{kFirstBufferAlloc + 3, "L 68, blur_init: input_tmp_y malloc error\n"},
+                      BufferFault{kFirstBufferAlloc + 4, "L 75, blur_init: input_tmp_uv malloc error\n"},
+                      BufferFault{kFirstBufferAlloc + 5, "L 82, blur_init: tempim_y malloc error\n"},
+                      BufferFault{kFirstBufferAlloc + 6, "L 89, blur_init: tempim_uv malloc error\n"},
+                      BufferFault{kFirstBufferAlloc + 7, "L 100, blur_init: smooth_img malloc error\n"}));
+
+struct ThreadInitFault {
+  int nth;
+  std::vector<std::string> expected;
+};
+
+class ThreadInitFaultTest : public ::testing::TestWithParam<ThreadInitFault> {};
+
+TEST_P(ThreadInitFaultTest, FailsInitWithoutTouchingAMissingPool) {
+  fault::Guard guard;
+  LogCapture log;
+  DofraParams params = Params1080(4);
+  DofraHandle* handle = nullptr;
+  fault::FailAllocation(GetParam().nth);
+  EXPECT_EQ(DofraInit(&handle, &params), 1);
+  EXPECT_EQ(AfterBuildLine(log), GetParam().expected);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    EveryStep, ThreadInitFaultTest,
+    ::testing::Values(
+        ThreadInitFault{kPThreadArgAlloc, {"L 15, thread_init: pThreadArg malloc error\n"}},
+        ThreadInitFault{kPoolAlloc,
+                        {"L 98, pool_init: can't alloc thread pool\n",
+                         "L 21, thread_init: pool_init error\n"}},
+        ThreadInitFault{kThreadIdAlloc,
+                        {"L 140, pool_init: can't malloc threadid\n",
+                         "L 21, thread_init: pool_init error\n"}},
+        ThreadInitFault{kCreatFlagAlloc,
+                        {"L 146, pool_init: can't malloc thread_creatflag\n",
+                         "L 21, thread_init: pool_init error\n"}}));
+
+TEST(RuntimeFaultTest, PoolRecordFailureLeavesTheCallersPointer) {
+  fault::Guard guard;
+  LogCapture log;
+  CThread_pool* const kUntouched = reinterpret_cast<CThread_pool*>(0x1234);
+  CThread_pool* pool = kUntouched;
+  fault::FailAllocation(1);
+  EXPECT_EQ(pool_init(&pool, 2), -1);
+  EXPECT_EQ(pool, kUntouched);
+  EXPECT_EQ(log.Texts(), std::vector<std::string>{"L 98, pool_init: can't alloc thread pool\n"});
+}
+
+struct Ordered {
+  std::mutex mutex;
+  std::vector<int> order;
+  CThread_pool* pool = nullptr;
+};
+struct OrderedArg {
+  Ordered* ordered;
+  int id;
+};
+void* Record(void* p) {
+  auto* arg = static_cast<OrderedArg*>(p);
+  {
+    std::lock_guard<std::mutex> lock(arg->ordered->mutex);
+    arg->ordered->order.push_back(arg->id);
+  }
+  one_thread_done(arg->ordered->pool);
+  return nullptr;
+}
+
+TEST(RuntimeFaultTest, OneWorkerFailingLeavesTheOtherRunningEverythingInOrder) {
+  fault::Guard guard;
+  LogCapture log;
+  CThread_pool* pool = nullptr;
+  fault::FailThreadCreate(1, EAGAIN);
+  ASSERT_EQ(pool_init(&pool, 2), 0);
+  EXPECT_EQ(pool->thread_creatflag[0], 0);
+  EXPECT_EQ(pool->thread_creatflag[1], 1);
+  EXPECT_EQ(log.Texts(), std::vector<std::string>{"L 160, pool_init: can't create thread: " +
+                                                  std::string(strerror(EAGAIN)) + "\n"});
+
+  Ordered ordered;
+  ordered.pool = pool;
+  constexpr int kTasks = 32;
+  std::vector<OrderedArg> args(kTasks);
+  reset_thread_done(pool);
+  for (int i = 0; i < kTasks; ++i) {
+    args[i] = {&ordered, i};
+    pool_add_worker(pool, Record, &args[i]);
+  }
+  sync_thread_done(pool, kTasks);
+  for (int i = 0; i < kTasks; ++i) EXPECT_EQ(ordered.order[i], i);
+  EXPECT_EQ(pool_destroy(pool), 0);  // joins only the worker that started
+}
+
+TEST(RuntimeFaultTest, InitSucceedsWithOneWorkerAndTearsDown) {
+  fault::Guard guard;
+  DofraParams params = Params1080(4);
+  DofraHandle* handle = nullptr;
+  fault::FailThreadCreate(2, EAGAIN);
+  ASSERT_EQ(DofraInit(&handle, &params), 0);
+  EXPECT_EQ(handle->pool->thread_creatflag[1], 0);
+  EXPECT_EQ(DofraDeinit(handle), 0);
+}
+
+TEST(RuntimeFaultTest, AFrameAllocatesOnlyItsFourTaskRecords) {
+  fault::Guard guard;
+  DofraParams params = Params1080(4);
+  DofraHandle* handle = nullptr;
+  ASSERT_EQ(DofraInit(&handle, &params), 0);
+  std::vector<uint16_t> weights(1920 * 1080, 512);
+  DofraWeightMapInfo info{{0, 0, 0}, weights.data()};
+  ASSERT_EQ(DofraCreateWeightMap(handle, &info), 0);
+  android::GraphicBuffer src(1920, 1080, android::HAL_PIXEL_FORMAT_YCrCb_420_SP, 0x33);
+  android::GraphicBuffer dst(1920, 1080, android::HAL_PIXEL_FORMAT_YCrCb_420_SP, 0x33);
+  for (android::GraphicBuffer* out : {&dst, &src}) {
+    fault::FailAllocation(0);  // counts only
+    ASSERT_EQ(DofraBlurImage(handle, &src, out), 0);
+    EXPECT_EQ(fault::AllocationCount(), 4);
+  }
+  EXPECT_EQ(DofraDeinit(handle), 0);
+}
+
+}  // namespace
