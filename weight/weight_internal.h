@@ -1,0 +1,56 @@
+// Internal routines of the weight-map computation: depth table, depth range
+// and the interpolation of the smoothed depth up to frame size. None of them
+// validates its input; weight_async_process checks everything beforehand.
+#ifndef DOFRA_WEIGHT_WEIGHT_INTERNAL_H
+#define DOFRA_WEIGHT_WEIGHT_INTERNAL_H
+
+#include <cstdint>
+
+#include "dofra_depth.h"
+
+// Byte offsets of the calibration fields in the host's DepthData block; the
+// block may be unaligned, so they are read with memcpy.
+constexpr int kDepthCalibNumOffset = 16;
+constexpr int kDepthCalibDenOffset = 20;
+constexpr int kDepthScaleDenOffset = 60;
+constexpr int kDepthScaleNumOffset = 64;
+
+constexpr int kDepthTableSize = 256;
+constexpr int kStrengthLevels = 20;
+constexpr uint8_t kWeightFalloff = 25;
+
+// Strength indexed by 20 - level (level 20 blurs nothing, level 1 fully).
+extern const uint8_t kStrengthTable[kStrengthLevels];
+
+// The calibration as read from the DepthData header.
+struct DepthCalibration {
+  int32_t calib_num;       // A
+  int32_t calib_den;       // B
+  uint16_t map_scale_den;  // M
+  uint16_t map_scale_num;  // N
+};
+DepthCalibration ReadDepthCalibration(const DepthData* depth);
+
+// True when every float-to-integer conversion that InitDisparityToDepth makes
+// on this calibration sees a finite value inside the int32 range (and M != 0,
+// B != 0).
+bool DepthCalibrationConvertible(const DepthCalibration& cal);
+
+int InitDisparityToDepth(const DepthData* depth, uint8_t* table);
+void __getRanged(const uint8_t* src, uint8_t* dst, int n, uint8_t unused_lo, uint8_t unused_hi,
+                 const uint8_t* table);
+void __getMinMax_neon(const uint8_t* src, int n, uint8_t* min_out, uint8_t* max_out);
+void __getMinMax_c(const uint8_t* src, int n, uint8_t* min_out, uint8_t* max_out);
+void __updateMinMax(const uint8_t* src, uint16_t* histogram, int n, int ratio, int min_range,
+                    uint8_t* min_io, uint8_t* max_io);
+
+#define DOFRA_WEIGHT_UP(name)                                                              \
+  void name(int W, int H, int focus_x, int focus_y, int first_row, int last_row,          \
+            uint16_t* out, int dW, int dH, uint8_t falloff, uint8_t strength,              \
+            const uint8_t* smooth)
+// Row-vectorised member (column tables, cached interpolated rows, SSE4.1
+// weights) and its plain per-pixel formula; they write identical values.
+DOFRA_WEIGHT_UP(__WeightInterpolateUp);
+DOFRA_WEIGHT_UP(__WeightInterpolateUp_c);
+
+#endif  // DOFRA_WEIGHT_WEIGHT_INTERNAL_H
