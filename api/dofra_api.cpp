@@ -42,9 +42,17 @@ int DofraInit(DofraHandle** out, DofraParams* params) {
   const double t0 = getTime();
   DOFRA_LOG(16, "DofraInit", "build time %s %s\n", __DATE__, __TIME__);
   if (out == nullptr) return 1;
+  if (params == nullptr) {
+    DOFRA_LOG(18, "DofraInit", "invalid params\n");
+    return 1;
+  }
 
   DofraHandle* handle = static_cast<DofraHandle*>(calloc(1, sizeof(DofraHandle)));
   *out = handle;
+  if (handle == nullptr) {
+    DOFRA_LOG(22, "DofraInit", "can't alloc handle\n");
+    return 1;
+  }
   handle->width = params->width;
   handle->height = params->height;
   // Deliberately written back into the host's record: a later weight_init

@@ -123,13 +123,22 @@ DOFRA_EXPORT int DofraCreateWeightMap(DofraHandle* handle, DofraWeightMapInfo* i
 DOFRA_EXPORT int DofraBlurImage(DofraHandle* handle, android::GraphicBuffer* src,
                                 android::GraphicBuffer* dst);
 
-// Hangs a new weight context with all its buffers on handle->weight.
+// Hangs a new weight context with all its buffers on handle->weight (a
+// context already there is not released). Refuses (1, nothing allocated)
+// null arguments, sizes that are not positive, a kernel size below 1 and
+// sizes whose 32-bit buffer products overflow; an allocation failure returns
+// 1 and leaves what was allocated for weight_deinit.
 DOFRA_EXPORT int weight_init(DofraParams* params, DofraHandle* handle);
 
-// Releases the weight context made by weight_init (handle->weight is left as is).
+// Releases the weight context made by weight_init and its buffers, including
+// a map installed by DofraCreateWeightMap (handle->weight is left as is, so do
+// not DofraDeinit the same handle afterwards without a new weight_init).
 DOFRA_EXPORT int weight_deinit(DofraHandle* handle);
 
-// Computes the W x H weight map into out, synchronously on the caller's thread.
+// Computes the W x H weight map into out, synchronously on the caller's
+// thread. Refuses (1, out untouched) null pointers, a handle without a
+// context from weight_init, a level outside 1..20, a focus point outside the
+// frame, and calibrations that divide by zero or leave the 32-bit range.
 DOFRA_EXPORT int weight_async_process(WeightParams* request, DofraHandle* handle,
                                       uint16_t* out);
 

@@ -14,6 +14,7 @@ namespace {
 
 constexpr int kWorkerPriority = -8;
 constexpr int kCpuSetBits = 1024;  // 128-byte affinity mask
+constexpr int kMaxWorkers = 4;     // thread_args slots inside the pool record
 static_assert(sizeof(cpu_set_t) * 8 == kCpuSetBits, "affinity mask is 1024 CPUs");
 
 pid_t CurrentThreadId() { return static_cast<pid_t>(syscall(SYS_gettid)); }
@@ -40,6 +41,11 @@ int PoolInitFail(CThread_pool* pool) {
 }  // namespace
 
 int pool_init(CThread_pool** out, int32_t thread_num) {
+  // Each worker's start argument lives in one of the record's fixed slots.
+  if (thread_num > kMaxWorkers) {
+    DOFRA_LOG(96, "pool_init", "can't start %d workers, at most %d\n", thread_num, kMaxWorkers);
+    return -1;
+  }
   CThread_pool* pool = static_cast<CThread_pool*>(malloc(sizeof(CThread_pool)));
   if (pool == nullptr) {
     DOFRA_LOG(98, "pool_init", "can't alloc thread pool\n");
@@ -110,6 +116,13 @@ int pool_init(CThread_pool** out, int32_t thread_num) {
 int pool_add_worker(void* pool_arg, PoolProcess process, void* arg) {
   CThread_pool* pool = static_cast<CThread_pool*>(pool_arg);
   PoolTask* task = static_cast<PoolTask*>(malloc(sizeof(PoolTask)));
+  if (task == nullptr) {
+    // Without a record the task cannot be queued; running it here keeps the
+    // frame's completion count exact instead of losing the band.
+    DOFRA_LOG(183, "pool_add_worker", "can't alloc task, running it on the caller\n");
+    process(arg);
+    return 0;
+  }
   task->process = process;
   task->arg = arg;
   task->next = nullptr;

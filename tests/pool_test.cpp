@@ -162,6 +162,14 @@ TEST(PoolTest, ZeroWorkersAreRefused) {
             std::vector<std::string>{"L 169, pool_init: all LTM thread create failed.\n"});
 }
 
+TEST(PoolTest, MoreWorkersThanArgumentSlotsAreRefused) {
+  LogCapture log;
+  CThread_pool* pool = nullptr;
+  EXPECT_EQ(pool_init(&pool, 5), -1);
+  EXPECT_EQ(pool, nullptr);
+  EXPECT_EQ(log.Texts(), std::vector<std::string>{"L 96, pool_init: can't start 5 workers, at most 4\n"});
+}
+
 TEST(PoolTest, DestroyOnAPoolAlreadyShuttingDownReleasesNothing) {
   CThread_pool* pool = nullptr;
   ASSERT_EQ(pool_init(&pool, 2), 0);

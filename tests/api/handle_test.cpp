@@ -108,6 +108,16 @@ TEST(HandleTest, InitWithoutOutPointerLogsOnlyTheBuildLine) {
   EXPECT_EQ(texts[0].back(), '\n');
 }
 
+TEST(HandleTest, InitRefusesMissingParamsWithoutAllocating) {
+  Log log;
+  DofraHandle* handle = nullptr;
+  EXPECT_EQ(DofraInit(&handle, nullptr), 1);
+  EXPECT_EQ(handle, nullptr);
+  const std::vector<std::string> texts = log.Texts();
+  ASSERT_EQ(texts.size(), 2u);
+  EXPECT_EQ(texts[1], "L 18, DofraInit: invalid params\n");
+}
+
 TEST(HandleTest, InitForcesKernelSizesAndLogsTheBufferSum) {
   Log log;
   DofraParams params = Params(1920, 1080, 4);

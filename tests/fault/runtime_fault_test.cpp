@@ -5,6 +5,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <cstdint>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -190,6 +191,40 @@ TEST(RuntimeFaultTest, AFrameAllocatesOnlyItsFourTaskRecords) {
     ASSERT_EQ(DofraBlurImage(handle, &src, out), 0);
     EXPECT_EQ(fault::AllocationCount(), 4);
   }
+  EXPECT_EQ(DofraDeinit(handle), 0);
+}
+
+TEST(RuntimeFaultTest, HandleAllocationFailureIsRefused) {
+  fault::Guard guard;
+  LogCapture log;
+  DofraParams params = Params1080(4);
+  DofraHandle* handle = reinterpret_cast<DofraHandle*>(&params);
+  fault::FailAllocation(1);
+  EXPECT_EQ(DofraInit(&handle, &params), 1);
+  EXPECT_EQ(handle, nullptr);
+  EXPECT_EQ(AfterBuildLine(log), std::vector<std::string>{"L 22, DofraInit: can't alloc handle\n"});
+}
+
+TEST(RuntimeFaultTest, ATaskRecordFailureRunsTheBandOnTheCallerAndFinishesTheFrame) {
+  fault::Guard guard;
+  DofraParams params = Params1080(4);
+  DofraHandle* handle = nullptr;
+  ASSERT_EQ(DofraInit(&handle, &params), 0);
+  std::vector<uint16_t> weights(1920 * 1080, 1024);
+  DofraWeightMapInfo info{{0, 0, 0}, weights.data()};
+  ASSERT_EQ(DofraCreateWeightMap(handle, &info), 0);
+  android::GraphicBuffer src(1920, 1080, android::HAL_PIXEL_FORMAT_YCrCb_420_SP, 0x33);
+  android::GraphicBuffer expected(1920, 1080, android::HAL_PIXEL_FORMAT_YCrCb_420_SP, 0x33);
+  android::GraphicBuffer dst(1920, 1080, android::HAL_PIXEL_FORMAT_YCrCb_420_SP, 0x33);
+  for (size_t i = 0; i < src.hostSize(); ++i) src.hostData()[i] = static_cast<uint8_t>(i * 7 / 3);
+  ASSERT_EQ(DofraBlurImage(handle, &src, &expected), 0);
+
+  LogCapture log;
+  fault::FailAllocation(2);  // the second luma band's record
+  ASSERT_EQ(DofraBlurImage(handle, &src, &dst), 0);
+  EXPECT_EQ(memcmp(dst.hostData(), expected.hostData(), dst.hostSize()), 0);
+  EXPECT_EQ(log.Texts().front(),
+            "L 183, pool_add_worker: can't alloc task, running it on the caller\n");
   EXPECT_EQ(DofraDeinit(handle), 0);
 }
 
