@@ -52,6 +52,10 @@ int blur_init(DofraParams* params, DofraHandle* handle) {
 
   BlurContext* ctx = static_cast<BlurContext*>(calloc(1, sizeof(BlurContext)));
   handle->blur = ctx;
+  if (ctx == nullptr) {
+    DOFRA_LOG(36, "blur_init", "BlurContext malloc error\n");
+    return 1;
+  }
   ctx->kernel_size = k;
   ctx->scale_factor = s;
   const int32_t sw = W / s;
@@ -60,6 +64,10 @@ int blur_init(DofraParams* params, DofraHandle* handle) {
   ctx->small_height = sh;
 
   ctx->kernel_weights = static_cast<uint16_t*>(calloc(k, sizeof(uint16_t)));
+  if (ctx->kernel_weights == nullptr) {
+    DOFRA_LOG(43, "blur_init", "kernel_weights malloc error\n");
+    return 1;
+  }
   for (int32_t i = 0; i < k; ++i) {
     ctx->kernel_weights[i] = static_cast<uint16_t>(static_cast<uint32_t>(kWeightUnit) / k);
   }

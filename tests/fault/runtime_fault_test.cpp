@@ -71,7 +71,9 @@ TEST_P(BlurBufferFaultTest, LogsTheBufferAndTearsDownCleanly) {
 
 INSTANTIATE_TEST_SUITE_P(
     EveryBuffer, BlurBufferFaultTest,
-    ::testing::Values(BufferFault{kFirstBufferAlloc + 0, "L 47, blur_init: Src_copy malloc error\n"},
+    ::testing::Values(BufferFault{kFirstBufferAlloc - 2, "L 36, blur_init: BlurContext malloc error\n"},
+                      BufferFault{kFirstBufferAlloc - 1, "L 43, blur_init: kernel_weights malloc error\n"},
+                      BufferFault{kFirstBufferAlloc + 0, "L 47, blur_init: Src_copy malloc error\n"},
                       BufferFault{kFirstBufferAlloc + 1, "L 54, blur_init: XInterp_image malloc error\n"},
                       BufferFault{kFirstBufferAlloc + 2, "L 61, blur_init: scale_img malloc error\n"},
                       BufferFault{kFirstBufferAlloc + 3, "L 68, blur_init: input_tmp_y malloc error\n"},
