@@ -168,10 +168,11 @@ void X48MainTail(const RowPtrs& row, const uint8_t* s0, const uint8_t* s1, int f
   }
 }
 
-// Bottom rows: horizontal only on r0; nearest pair for the last F pairs.
+// Bottom rows from pair p_begin: horizontal only on r0; nearest pair for the
+// last F pairs.
 template <int F>
-void X48BottomRow(const RowPtrs& row, const uint8_t* s0, int pairs, int dx) {
-  for (int p = 0; p < pairs; ++p) {
+void X48BottomRow(const RowPtrs& row, const uint8_t* s0, int p_begin, int pairs, int dx) {
+  for (int p = p_begin; p < pairs; ++p) {
     const Pos q = PosAt(p, dx);
     const int x = kPair * q.x0;
     int b[kPair];
@@ -184,8 +185,11 @@ void X48BottomRow(const RowPtrs& row, const uint8_t* s0, int pairs, int dx) {
   }
 }
 
+// A vector member may also run its bulk on the bottom rows: with fy = 0 and
+// r1 = r0 the vertical step returns h0 exactly, and when dx is 65536 / F the
+// positions p * dx equal the phase table. The _c members pass false.
 template <int F>
-void CompositeX48(X48BulkFn bulk, const uint8_t* src, int W, int H, int sw, int sh,
+void CompositeX48(X48BulkFn bulk, bool bulk_bottom, const uint8_t* src, int W, int H, int sw, int sh,
                   const uint16_t* weights, const uint8_t* small, uint8_t* out, int first,
                   int last) {
   const int dx = sw * 65536 / W;
@@ -203,8 +207,12 @@ void CompositeX48(X48BulkFn bulk, const uint8_t* src, int W, int H, int sw, int 
     X48MainTail<F>(row, s0, s1, q.fx, bulk_pairs, pairs, dx);
   }
   if (!bottom) return;
+  const int bottom_bulk = bulk_bottom && dx == 65536 / F ? bulk_pairs : 0;
   for (int r = H - F; r <= H - 1; ++r) {
-    X48BottomRow<F>(RowAt(src, weights, out, W, r), small + PosAt(r, dy).x0 * sw, pairs, dx);
+    const RowPtrs row = RowAt(src, weights, out, W, r);
+    const uint8_t* s0 = small + PosAt(r, dy).x0 * sw;
+    if (bottom_bulk > 0) bulk(row, s0, s0, 0, bottom_bulk);
+    X48BottomRow<F>(row, s0, bottom_bulk, pairs, dx);
   }
 }
 
@@ -307,176 +315,229 @@ void CompositeX6(X6BulkFn bulk, const uint8_t* src, int W, int H, int sw, int sh
 
 // ---------------------------------------------------------------------------
 #if defined(__SSE4_1__)
-// Vector bulk: the interleaved plane is processed as is, 16-bit lanes holding
-// U, V, U, V...; every phase constant appears twice, once per byte of a pair.
+// Vector bulk, 8 pairs (16 bytes) per vector pair: the U bytes and the V
+// bytes of the pairs sit in two vectors of u16 lanes, lane j for pair j, so
+// that one vector of pair weights serves both channels and the channels never
+// meet until the final interleave.
 
-inline __m128i Load32(const uint8_t* p) {
-  int32_t v;
-  std::memcpy(&v, p, sizeof(v));
-  return _mm_cvtsi32_si128(v);
+inline __m128i Load16(const void* p) { return _mm_loadu_si128(static_cast<const __m128i*>(p)); }
+inline __m128i Load8(const void* p) { return _mm_loadl_epi64(static_cast<const __m128i*>(p)); }
+
+struct Table16 {
+  int8_t b[16];
+};
+struct UTable16 {
+  uint8_t b[16];
+};
+inline __m128i LoadTable(const Table16& t) { return Load16(t.b); }
+inline __m128i LoadTable(const UTable16& t) { return Load16(t.b); }
+
+// 16 small-row bytes at p of which `avail` (> 0) are named: a full load only
+// while all 16 lie inside what the row names, else a zero-padded copy.
+inline __m128i LoadWindow(const uint8_t* p, int avail) {
+  if (avail >= 16) return Load16(p);
+  uint8_t buf[16] = {0};
+  std::memcpy(buf, p, static_cast<size_t>(avail));
+  return Load16(buf);
 }
 
-// Two small pairs at p as u16 lanes: 32-bit lane 0 = pair 0, lane 1 = pair 1.
-inline __m128i LoadTwoPairs(const uint8_t* p) { return _mm_cvtepu8_epi16(Load32(p)); }
-
-// (a * wa + b * wb + 128) >> 8 per u16 lane; wa + wb <= 256 keeps it in 16 bits.
-inline __m128i Lerp_SSE41(__m128i a, __m128i b, __m128i wa, __m128i wb) {
-  const __m128i sum = _mm_add_epi16(_mm_add_epi16(_mm_mullo_epi16(a, wa), _mm_mullo_epi16(b, wb)),
-                                    _mm_set1_epi16(kRound8));
-  return _mm_srli_epi16(sum, 8);
+// Weights of pairs p..p+7 (wt = luma row 2r + 2p) as u16 lanes: the even
+// entries of 16 loaded ones, masked and packed. The odd entries read in
+// between lie in the same luma row.
+inline __m128i PairWeights8(const uint16_t* wt) {
+  const __m128i even = _mm_set1_epi32(0xFFFF);
+  return _mm_packus_epi32(_mm_and_si128(Load16(wt), even), _mm_and_si128(Load16(wt + 8), even));
 }
 
-// Weights of pairs p..p+3, each repeated for both bytes. Loads the odd
-// (unused) entries in between, all inside luma row 2r.
+// Pairs p..p+3 in lanes 0..3 from 8 entries.
 inline __m128i PairWeights4(const uint16_t* wt) {
-  const __m128i dup = _mm_setr_epi8(0, 1, 0, 1, 4, 5, 4, 5, 8, 9, 8, 9, 12, 13, 12, 13);
-  return _mm_shuffle_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i*>(wt)), dup);
+  return _mm_packus_epi32(_mm_and_si128(Load16(wt), _mm_set1_epi32(0xFFFF)), _mm_setzero_si128());
 }
 
-// Blend of 8 bytes as u16 lanes: (s * (1024 - w) + b * w + 512) >> 10 via
-// pmaddwd on (s, b) x (1024 - w, w); at most 255 * 1024 + 512, fits in i32.
-inline __m128i Blend8_SSE41(__m128i s, __m128i b, __m128i w) {
-  const __m128i inv = _mm_sub_epi16(_mm_set1_epi16(kWeightOne), w);
-  const __m128i round = _mm_set1_epi32(kRound10);
-  const __m128i lo = _mm_madd_epi16(_mm_unpacklo_epi16(s, b), _mm_unpacklo_epi16(inv, w));
-  const __m128i hi = _mm_madd_epi16(_mm_unpackhi_epi16(s, b), _mm_unpackhi_epi16(inv, w));
-  return _mm_packus_epi32(_mm_srai_epi32(_mm_add_epi32(lo, round), 10),
-                          _mm_srai_epi32(_mm_add_epi32(hi, round), 10));
+// (s*(1024-w) + b*w + 512) >> 10 == s + ((b-s)*w + 512) >> 10, s*1024 being
+// a multiple of 1024; mulhrs(d << 5, w) = (d*32*w + 2^14) >> 15 is exactly
+// that shift. |d << 5| <= 8160 and w <= 1024 both fit int16.
+inline __m128i Blend(__m128i s, __m128i b, __m128i w) {
+  return _mm_add_epi16(s, _mm_mulhrs_epi16(_mm_slli_epi16(_mm_sub_epi16(b, s), 5), w));
 }
 
-// Blends and stores 8 output bytes (4 pairs) starting at pair p.
-inline void Store8(const RowPtrs& row, int p, __m128i blurred) {
-  const __m128i s =
-      _mm_cvtepu8_epi16(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(row.src + kPair * p)));
-  const __m128i v = Blend8_SSE41(s, blurred, PairWeights4(row.wt + kPair * p));
-  _mm_storel_epi64(reinterpret_cast<__m128i*>(row.out + kPair * p), _mm_packus_epi16(v, v));
+// (h0*(256-fy) + h1*fy + 128) >> 8 == h0 + ((h1-h0)*fy + 128) >> 8
+// == h0 + mulhrs(h1 - h0, fy << 7); fy << 7 <= 32640 fits int16.
+inline __m128i Vertical(__m128i h0, __m128i h1, __m128i fy7) {
+  return _mm_add_epi16(h0, _mm_mulhrs_epi16(_mm_sub_epi16(h1, h0), fy7));
 }
 
-// Blends and stores 16 output bytes (8 pairs) starting at pair p.
-inline void Store16(const RowPtrs& row, int p, __m128i blurred_lo, __m128i blurred_hi) {
-  const __m128i s = _mm_loadu_si128(reinterpret_cast<const __m128i*>(row.src + kPair * p));
-  const __m128i zero = _mm_setzero_si128();
-  const __m128i lo =
-      Blend8_SSE41(_mm_unpacklo_epi8(s, zero), blurred_lo, PairWeights4(row.wt + kPair * p));
-  const __m128i hi =
-      Blend8_SSE41(_mm_unpackhi_epi8(s, zero), blurred_hi, PairWeights4(row.wt + kPair * (p + 4)));
-  _mm_storeu_si128(reinterpret_cast<__m128i*>(row.out + kPair * p), _mm_packus_epi16(lo, hi));
+// U lanes and V lanes back to pairs; packus saturates (only weights above
+// 1024 can leave 0..255).
+inline __m128i Interleave(__m128i u, __m128i v) {
+  const __m128i zip = _mm_setr_epi8(0, 8, 1, 9, 2, 10, 3, 11, 4, 12, 5, 13, 6, 14, 7, 15);
+  return _mm_shuffle_epi8(_mm_packus_epi16(u, v), zip);
 }
 
-constexpr int kX2VecPairs = 8;  // 16 bytes
+// Blends pairs p..p+7 with blurred U lanes u and V lanes v and stores them.
+inline void BlendStore16(const RowPtrs& row, int p, __m128i u, __m128i v) {
+  const __m128i s = Load16(row.src + kPair * p);
+  const __m128i w = PairWeights8(row.wt + kPair * p);
+  const __m128i su = _mm_and_si128(s, _mm_set1_epi16(0xFF));
+  const __m128i sv = _mm_srli_epi16(s, 8);
+  _mm_storeu_si128(reinterpret_cast<__m128i*>(row.out + kPair * p),
+                   Interleave(Blend(su, u, w), Blend(sv, v, w)));
+}
 
-// Remainder: 8 pairs per step while all fit before the edge pairs, then the
-// scalar formula. Small reads: pairs k0..k0+4 of rows r0 and r1, as the formula.
+// Pairs p..p+3 from lanes 0..3.
+inline void BlendStore8(const RowPtrs& row, int p, __m128i u, __m128i v) {
+  const __m128i s = Load8(row.src + kPair * p);
+  const __m128i w = PairWeights4(row.wt + kPair * p);
+  const __m128i su = _mm_and_si128(s, _mm_set1_epi16(0xFF));
+  const __m128i sv = _mm_srli_epi16(s, 8);
+  _mm_storel_epi64(reinterpret_cast<__m128i*>(row.out + kPair * p),
+                   Interleave(Blend(su, u, w), Blend(sv, v, w)));
+}
+
+// Shuffle picking, for lane j, the channel-c bytes of small pairs
+// first[j] and first[j] + 1 of a window (pairs 2 bytes apart).
+struct LaneFirst {
+  int pair[8];
+};
+constexpr Table16 PairShuffle(LaneFirst f, int c) {
+  Table16 t{};
+  for (int j = 0; j < 8; ++j) {
+    t.b[2 * j] = static_cast<int8_t>(kPair * f.pair[j] + c);
+    t.b[2 * j + 1] = static_cast<int8_t>(kPair * f.pair[j] + kPair + c);
+  }
+  return t;
+}
+
+// ---- x2: lane j (pair p + j, p even) reads small pairs j/2 and j/2 + 1.
+constexpr LaneFirst kX2First = {{0, 0, 1, 1, 2, 2, 3, 3}};
+
+// Remainder: 8 pairs per step while all fit, then the scalar formula.
 void X2Bulk_SSE41(const RowPtrs& row, const uint8_t* s0, const uint8_t* s1, int pairs) {
-  const __m128i two = _mm_set1_epi16(2);
+  static constexpr Table16 kShufU = PairShuffle(kX2First, 0);
+  static constexpr Table16 kShufV = PairShuffle(kX2First, 1);
+  const __m128i shuf_u = LoadTable(kShufU), shuf_v = LoadTable(kShufV);
+  const __m128i ones = _mm_set1_epi8(1), two = _mm_set1_epi16(2);
+  const int named = pairs > 0 ? kPair * (((pairs - 1) >> 1) + 2) : 0;
+  // Sum of a 2x2 block: at most 4 * 255 + 2, fits u16.
+  auto mean = [&](__m128i top, __m128i bottom, __m128i shuf) {
+    const __m128i sum = _mm_add_epi16(_mm_maddubs_epi16(_mm_shuffle_epi8(top, shuf), ones),
+                                      _mm_maddubs_epi16(_mm_shuffle_epi8(bottom, shuf), ones));
+    return _mm_srli_epi16(_mm_add_epi16(sum, two), 2);
+  };
   int p = 0;
-  for (; p + kX2VecPairs <= pairs; p += kX2VecPairs) {
-    const int k = p;  // byte of small pair p / 2
-    auto load8 = [](const uint8_t* q) {
-      return _mm_cvtepu8_epi16(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(q)));
-    };
-    // Four small pairs, each the sum of its 2x2 block: at most 4 * 255 + 2.
-    __m128i sum = _mm_add_epi16(_mm_add_epi16(load8(s0 + k), load8(s0 + k + kPair)),
-                                _mm_add_epi16(load8(s1 + k), load8(s1 + k + kPair)));
-    sum = _mm_srli_epi16(_mm_add_epi16(sum, two), 2);
-    // Each small pair covers two output pairs.
-    Store16(row, p, _mm_unpacklo_epi32(sum, sum), _mm_unpackhi_epi32(sum, sum));
+  for (; p + 8 <= pairs; p += 8) {
+    const int a = p;  // byte of small pair p / 2
+    const __m128i top = LoadWindow(s0 + a, named - a);
+    const __m128i bottom = LoadWindow(s1 + a, named - a);
+    BlendStore16(row, p, mean(top, bottom, shuf_u), mean(top, bottom, shuf_v));
   }
   X2Pairs_C(row, s0, s1, p, pairs);
 }
 
-// Horizontal lerp of 4 output pairs whose left/right small pairs are picked
-// from the 32-bit lanes of v by the shuffle immediates.
-template <int kLeft, int kRight>
-inline __m128i Horizontal4(__m128i v, __m128i wl, __m128i wr) {
-  return Lerp_SSE41(_mm_shuffle_epi32(v, kLeft), _mm_shuffle_epi32(v, kRight), wl, wr);
+// ---- x4, x8: lane j (pair p + j, p a multiple of F or of 4) reads small
+// pairs j/F and j/F + 1 with phase j mod F. fx = 256 i / F, so
+// (L*(256-fx) + R*fx + 128) >> 8 == (L*(F-i) + R*i + F/2) / F: maddubs forms
+// the small sum (<= 255 * 8) and mulhrs(x, 32768 / F) == (x + F/2) >> log2 F.
+constexpr LaneFirst PhaseFirst(int F) {
+  LaneFirst f{};
+  for (int j = 0; j < 8; ++j) f.pair[j] = j / F;
+  return f;
+}
+constexpr Table16 PhaseWeights(int F) {
+  Table16 t{};
+  for (int j = 0; j < 8; ++j) {
+    t.b[2 * j] = static_cast<int8_t>(F - j % F);
+    t.b[2 * j + 1] = static_cast<int8_t>(j % F);
+  }
+  return t;
 }
 
-constexpr int kAll0 = 0x00;  // lanes 0,0,0,0
-constexpr int kAll1 = 0x55;  // lanes 1,1,1,1
-constexpr int kAll2 = 0xAA;  // lanes 2,2,2,2
-constexpr int k0011 = 0x50;  // lanes 0,0,1,1
-constexpr int k1122 = 0xA5;  // lanes 1,1,2,2
-
-// 8 output bytes (4 pairs) of group g for x4: phases 0, 64, 128, 192.
-inline __m128i X4Half(const uint8_t* s0, const uint8_t* s1, int g, __m128i wl, __m128i wr,
-                      __m128i wu, __m128i wf) {
-  const __m128i h0 = Horizontal4<kAll0, kAll1>(LoadTwoPairs(s0 + kPair * g), wl, wr);
-  const __m128i h1 = Horizontal4<kAll0, kAll1>(LoadTwoPairs(s1 + kPair * g), wl, wr);
-  return Lerp_SSE41(h0, h1, wu, wf);
-}
-
-// Remainder: 16 bytes per step, one 8-byte group if left; bulk_pairs is a
-// multiple of 4. Small reads: pairs g and g + 1 of each group, as the formula.
-void X4Bulk_SSE41(const RowPtrs& row, const uint8_t* s0, const uint8_t* s1, int fy,
-                  int bulk_pairs) {
-  const __m128i wr = _mm_setr_epi16(0, 0, 64, 64, 128, 128, 192, 192);
-  const __m128i wl = _mm_sub_epi16(_mm_set1_epi16(kFracOne), wr);
-  const __m128i wf = _mm_set1_epi16(static_cast<int16_t>(fy));
-  const __m128i wu = _mm_set1_epi16(static_cast<int16_t>(kFracOne - fy));
+// Remainder: 8 pairs per step, then one group of 4 (x4's bulk_pairs is a
+// multiple of 4, x8's of 8). The window of small pairs p/F.. is read only as
+// far as the bulk names (pair (bulk_pairs - 1) / F + 1).
+template <int F>
+void X48Bulk_SSE41(const RowPtrs& row, const uint8_t* s0, const uint8_t* s1, int fy,
+                   int bulk_pairs) {
+  static constexpr Table16 kShufU = PairShuffle(PhaseFirst(F), 0);
+  static constexpr Table16 kShufV = PairShuffle(PhaseFirst(F), 1);
+  static constexpr Table16 kWeights = PhaseWeights(F);
+  const __m128i shuf_u = LoadTable(kShufU), shuf_v = LoadTable(kShufV);
+  const __m128i weights = LoadTable(kWeights);
+  const __m128i div = _mm_set1_epi16(32768 / F);
+  const __m128i fy7 = _mm_set1_epi16(static_cast<int16_t>(fy << 7));
+  const int named = bulk_pairs > 0 ? kPair * ((bulk_pairs - 1) / F + 2) : 0;
+  auto horizontal = [&](__m128i window, __m128i shuf) {
+    return _mm_mulhrs_epi16(_mm_maddubs_epi16(_mm_shuffle_epi8(window, shuf), weights), div);
+  };
+  auto blurred = [&](int p, __m128i* u, __m128i* v) {
+    const int a = kPair * (p / F);
+    const __m128i top = LoadWindow(s0 + a, named - a);
+    const __m128i bottom = LoadWindow(s1 + a, named - a);
+    *u = Vertical(horizontal(top, shuf_u), horizontal(bottom, shuf_u), fy7);
+    *v = Vertical(horizontal(top, shuf_v), horizontal(bottom, shuf_v), fy7);
+  };
+  __m128i u, v;
   int p = 0;
   for (; p + 8 <= bulk_pairs; p += 8) {
-    const int g = p / 4;
-    Store16(row, p, X4Half(s0, s1, g, wl, wr, wu, wf), X4Half(s0, s1, g + 1, wl, wr, wu, wf));
+    blurred(p, &u, &v);
+    BlendStore16(row, p, u, v);
   }
-  if (p < bulk_pairs) Store8(row, p, X4Half(s0, s1, p / 4, wl, wr, wu, wf));
-}
-
-// Remainder: none; bulk_pairs is a multiple of 8, one group of 8 pairs per
-// step with phases 0, 32, ..., 224. Small reads: pairs g and g + 1.
-void X8Bulk_SSE41(const RowPtrs& row, const uint8_t* s0, const uint8_t* s1, int fy,
-                  int bulk_pairs) {
-  const __m128i wr_lo = _mm_setr_epi16(0, 0, 32, 32, 64, 64, 96, 96);
-  const __m128i wr_hi = _mm_setr_epi16(128, 128, 160, 160, 192, 192, 224, 224);
-  const __m128i one = _mm_set1_epi16(kFracOne);
-  const __m128i wl_lo = _mm_sub_epi16(one, wr_lo);
-  const __m128i wl_hi = _mm_sub_epi16(one, wr_hi);
-  const __m128i wf = _mm_set1_epi16(static_cast<int16_t>(fy));
-  const __m128i wu = _mm_set1_epi16(static_cast<int16_t>(kFracOne - fy));
-  for (int p = 0; p < bulk_pairs; p += 8) {
-    const int g = p / 8;
-    const __m128i v0 = LoadTwoPairs(s0 + kPair * g);
-    const __m128i v1 = LoadTwoPairs(s1 + kPair * g);
-    const __m128i lo = Lerp_SSE41(Horizontal4<kAll0, kAll1>(v0, wl_lo, wr_lo),
-                                  Horizontal4<kAll0, kAll1>(v1, wl_lo, wr_lo), wu, wf);
-    const __m128i hi = Lerp_SSE41(Horizontal4<kAll0, kAll1>(v0, wl_hi, wr_hi),
-                                  Horizontal4<kAll0, kAll1>(v1, wl_hi, wr_hi), wu, wf);
-    Store16(row, p, lo, hi);
+  if (p < bulk_pairs) {
+    blurred(p, &u, &v);
+    BlendStore8(row, p, u, v);
   }
 }
 
-// Three small pairs g, g+1, g+2 as u16 lanes (32-bit lanes 0, 1, 2); reads
-// exactly their 6 bytes.
-inline __m128i LoadThreePairs(const uint8_t* p) {
-  uint16_t last;
-  std::memcpy(&last, p + 2 * kPair, sizeof(last));
-  return _mm_cvtepu8_epi16(_mm_insert_epi16(Load32(p), last, 2));
+// ---- x6: groups of 12 pairs from pair 1 + 12g read small pairs 2g..2g+2;
+// pair 1 + 12g + j has x0 = 2g + j/6 and cycle step j mod 6. Part A holds
+// j = 0..7, part B j = 8..11 in lanes 0..3 (lanes 4..7 repeat them).
+constexpr LaneFirst X6First(int part) {
+  LaneFirst f{};
+  for (int j = 0; j < 8; ++j) f.pair[j] = (8 * part + j % (part ? 4 : 8)) / kX6Cycle;
+  return f;
+}
+constexpr UTable16 X6Weights(int part) {
+  UTable16 t{};
+  for (int j = 0; j < 8; ++j) {
+    const int i = (8 * part + j % (part ? 4 : 8)) % kX6Cycle;
+    t.b[2 * j] = static_cast<uint8_t>(kX6Left[i]);
+    t.b[2 * j + 1] = static_cast<uint8_t>(kX6Right[i]);
+  }
+  return t;
 }
 
-// Remainder: none; the bulk is whole groups of 12 pairs (24 bytes), done as
-// three 8-byte parts: cycle steps 0-3 | 4,5 and 0,1 of the next x0 | 2-5.
+// Horizontal step with 8-bit weights (left + right = 256, both fit u8).
+// maddubs takes the weights unsigned and the samples biased to signed
+// (s - 128): the sum L*left + R*right - 32768 stays in [-32768, 32512], and
+// adding 0x8080 mod 2^16 gives L*left + R*right + 128 <= 65408 for the shift.
+// Remainder: none, the bulk is whole groups of 12 pairs.
 void X6Bulk_SSE41(const RowPtrs& row, const uint8_t* s0, const uint8_t* s1, int u, int fy,
                   int bulk_pairs) {
-  const __m128i wr0 = _mm_setr_epi16(42, 42, 85, 85, 127, 127, 170, 170);
-  const __m128i wl0 = _mm_setr_epi16(214, 214, 171, 171, 129, 129, 86, 86);
-  const __m128i wr1 = _mm_setr_epi16(213, 213, 255, 255, 42, 42, 85, 85);
-  const __m128i wl1 = _mm_setr_epi16(43, 43, 1, 1, 214, 214, 171, 171);
-  const __m128i wr2 = _mm_setr_epi16(127, 127, 170, 170, 213, 213, 255, 255);
-  const __m128i wl2 = _mm_setr_epi16(129, 129, 86, 86, 43, 43, 1, 1);
-  const __m128i wf = _mm_set1_epi16(static_cast<int16_t>(fy));
-  const __m128i wu = _mm_set1_epi16(static_cast<int16_t>(u));
+  static constexpr Table16 kShuf[2][2] = {
+      {PairShuffle(X6First(0), 0), PairShuffle(X6First(0), 1)},
+      {PairShuffle(X6First(1), 0), PairShuffle(X6First(1), 1)}};
+  static constexpr UTable16 kWeights[2] = {X6Weights(0), X6Weights(1)};
+  (void)u;  // u = 256 - fy except on fy = 0 rows, which blur to 0
+  const __m128i bias = _mm_set1_epi8(static_cast<char>(0x80));
+  const __m128i unbias = _mm_set1_epi16(static_cast<int16_t>(0x8080));
+  const __m128i fy7 = _mm_set1_epi16(static_cast<int16_t>(fy << 7));
+  const int named = bulk_pairs > 0 ? kPair * ((bulk_pairs - 1) / kX6Cycle + 2) : 0;
+  auto blurred = [&](__m128i top, __m128i bottom, int part, int c) {
+    if (fy == 0) return _mm_setzero_si128();
+    const __m128i shuf = LoadTable(kShuf[part][c]);
+    const __m128i wts = LoadTable(kWeights[part]);
+    auto horizontal = [&](__m128i window) {
+      const __m128i sum = _mm_maddubs_epi16(wts, _mm_shuffle_epi8(window, shuf));
+      return _mm_srli_epi16(_mm_add_epi16(sum, unbias), 8);
+    };
+    return Vertical(horizontal(top), horizontal(bottom), fy7);
+  };
   for (int p = 1; p + kX6GroupPairs - 1 <= bulk_pairs; p += kX6GroupPairs) {
-    const int x = kPair * ((p - 1) / kX6Cycle);
-    const __m128i v0 = LoadThreePairs(s0 + x);
-    const __m128i v1 = LoadThreePairs(s1 + x);
-    const __m128i a = Lerp_SSE41(Horizontal4<kAll0, kAll1>(v0, wl0, wr0),
-                                 Horizontal4<kAll0, kAll1>(v1, wl0, wr0), wu, wf);
-    const __m128i b = Lerp_SSE41(Horizontal4<k0011, k1122>(v0, wl1, wr1),
-                                 Horizontal4<k0011, k1122>(v1, wl1, wr1), wu, wf);
-    const __m128i c = Lerp_SSE41(Horizontal4<kAll1, kAll2>(v0, wl2, wr2),
-                                 Horizontal4<kAll1, kAll2>(v1, wl2, wr2), wu, wf);
-    Store16(row, p, a, b);
-    Store8(row, p + 8, c);
+    const int a = kPair * ((p - 1) / kX6Cycle);
+    const __m128i top = _mm_xor_si128(LoadWindow(s0 + a, named - a), bias);
+    const __m128i bottom = _mm_xor_si128(LoadWindow(s1 + a, named - a), bias);
+    BlendStore16(row, p, blurred(top, bottom, 0, 0), blurred(top, bottom, 0, 1));
+    BlendStore8(row, p + 8, blurred(top, bottom, 1, 0), blurred(top, bottom, 1, 1));
   }
 }
 #endif  // __SSE4_1__
@@ -488,13 +549,13 @@ DOFRA_BLEND(__CreateOutputImage_UV_x2_c) {
   CompositeX2(X2Bulk_C, src, W, sw, sh, weights, small, out, first_row, last_row);
 }
 DOFRA_BLEND(__CreateOutputImage_UV_x4_c) {
-  CompositeX48<4>(X48Bulk_C<4>, src, W, H, sw, sh, weights, small, out, first_row, last_row);
+  CompositeX48<4>(X48Bulk_C<4>, false, src, W, H, sw, sh, weights, small, out, first_row, last_row);
 }
 DOFRA_BLEND(__CreateOutputImage_UV_x6_c) {
   CompositeX6(X6Bulk_C, src, W, H, sw, sh, weights, small, out, first_row, last_row);
 }
 DOFRA_BLEND(__CreateOutputImage_UV_x8_c) {
-  CompositeX48<8>(X48Bulk_C<8>, src, W, H, sw, sh, weights, small, out, first_row, last_row);
+  CompositeX48<8>(X48Bulk_C<8>, false, src, W, H, sw, sh, weights, small, out, first_row, last_row);
 }
 
 #if defined(__SSE4_1__)
@@ -503,13 +564,13 @@ DOFRA_BLEND(__CreateOutputImage_UV_x2_neon) {
   CompositeX2(X2Bulk_SSE41, src, W, sw, sh, weights, small, out, first_row, last_row);
 }
 DOFRA_BLEND(__CreateOutputImage_UV_x4_neon) {
-  CompositeX48<4>(X4Bulk_SSE41, src, W, H, sw, sh, weights, small, out, first_row, last_row);
+  CompositeX48<4>(X48Bulk_SSE41<4>, true, src, W, H, sw, sh, weights, small, out, first_row, last_row);
 }
 DOFRA_BLEND(__CreateOutputImage_UV_x6_neon) {
   CompositeX6(X6Bulk_SSE41, src, W, H, sw, sh, weights, small, out, first_row, last_row);
 }
 DOFRA_BLEND(__CreateOutputImage_UV_x8_neon) {
-  CompositeX48<8>(X8Bulk_SSE41, src, W, H, sw, sh, weights, small, out, first_row, last_row);
+  CompositeX48<8>(X48Bulk_SSE41<8>, true, src, W, H, sw, sh, weights, small, out, first_row, last_row);
 }
 #else
 DOFRA_BLEND(__CreateOutputImage_UV_x2_neon) {
