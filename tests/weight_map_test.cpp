@@ -2,6 +2,7 @@
 // to end (order of steps, refusals).
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <random>
@@ -24,8 +25,8 @@ int WeightAt(int level, int focus, int depth) {
   memset(smooth, focus, sizeof(smooth));
   smooth[1] = static_cast<uint8_t>(depth);
   uint16_t out[W * H];
-  __WeightInterpolateUp(W, H, 0, 0, 0, H - 1, out, W, H, kWeightFalloff,
-                        kStrengthTable[20 - level], smooth);
+  __WeightInterpolateUp(W, H, 0, 0, 0, H - 1, out, W, H, kWeightFalloff, kStrengthTable[20 - level],
+                        smooth);
   EXPECT_EQ(out[0], 0) << "the focus pixel is sharp";
   return out[1];
 }
@@ -66,19 +67,51 @@ INSTANTIATE_TEST_SUITE_P(
 struct Shape {
   int W, H, dW, dH;
 };
+
+// Depth maps that steer 16-column groups into each path: noise (wide ranges),
+// gradients (every ramp step), tiles of one depth (runs of one weight, with
+// tile edges inside groups), tiles with a little noise (narrow ranges).
+enum class Depths { kNoise, kGradient, kTiles, kNoisyTiles, kCount };
+
+void FillDepths(Depths kind, int dW, int dH, std::mt19937& rng, std::vector<uint8_t>* smooth) {
+  uint8_t* d = smooth->data();
+  switch (kind) {
+    case Depths::kNoise:
+      FillRandom(d, smooth->size(), rng);
+      break;
+    case Depths::kGradient:
+      for (size_t i = 0; i < smooth->size(); ++i) d[i] = static_cast<uint8_t>(i * 3 / 2);
+      break;
+    case Depths::kTiles:
+    case Depths::kNoisyTiles: {
+      const int tile = 1 + static_cast<int>(rng() % 7);
+      const int noise = kind == Depths::kTiles ? 1 : 1 + static_cast<int>(rng() % 12);
+      std::vector<uint8_t> levels(64);
+      FillRandom(levels.data(), levels.size(), rng);
+      for (int y = 0; y < dH; ++y)
+        for (int x = 0; x < dW; ++x)
+          d[y * dW + x] = static_cast<uint8_t>(std::min(
+              255, levels[(y / tile * 7 + x / tile) % 64] + static_cast<int>(rng() % noise)));
+      break;
+    }
+    case Depths::kCount:
+      break;
+  }
+}
+
 class InterpolateUp : public ::testing::TestWithParam<Shape> {};
 TEST_P(InterpolateUp, VectorMatchesScalar) {
   const Shape s = GetParam();
   std::mt19937 rng(static_cast<uint32_t>(s.W * 7919 + s.H * 31 + s.dW));
-  for (int iter = 0; iter < 6; ++iter) {
+  for (int iter = 0; iter < 12; ++iter) {
     std::vector<uint8_t> smooth(static_cast<size_t>(s.dW) * s.dH);
-    FillRandom(smooth.data(), smooth.size(), rng);
-    if (iter % 3 == 1)  // smooth gradients reach every ramp step
-      for (size_t i = 0; i < smooth.size(); ++i) smooth[i] = static_cast<uint8_t>(i * 3 / 2);
+    FillDepths(static_cast<Depths>(iter % static_cast<int>(Depths::kCount)), s.dW, s.dH, rng,
+               &smooth);
     const int fx = static_cast<int>(rng() % s.W), fy = static_cast<int>(rng() % s.H);
-    const int first = static_cast<int>(rng() % s.H);
+    const int first = iter == 0 ? 0 : static_cast<int>(rng() % s.H);
     const int last = iter == 0 ? s.H - 1 : first + static_cast<int>(rng() % (s.H - first));
-    const uint8_t falloff = static_cast<uint8_t>(iter == 0 ? 25 : 1 + rng() % 255);
+    // Falloff 25 (the library's) takes the distance tables; others the plain lookup.
+    const uint8_t falloff = static_cast<uint8_t>(iter % 3 != 2 ? 25 : 1 + rng() % 255);
     const uint8_t strength = static_cast<uint8_t>(iter == 0 ? 128 : rng() % 256);
     // Bounded so that the compiler can see the guarded allocation never wraps.
     const size_t bytes = std::min<size_t>(static_cast<uint32_t>(s.W * s.H) * size_t{2}, 1u << 26);
@@ -91,7 +124,8 @@ TEST_P(InterpolateUp, VectorMatchesScalar) {
                             smooth.data());
     const size_t from = static_cast<size_t>(first) * s.W, to = static_cast<size_t>(last + 1) * s.W;
     for (size_t i = from; i < to; ++i)
-      ASSERT_EQ(out_a[i], out_b[i]) << "pixel " << i << " falloff " << int(falloff);
+      ASSERT_EQ(out_a[i], out_b[i])
+          << "pixel " << i << " falloff " << int(falloff) << " iter " << iter;
     for (size_t i = 0; i < bytes; ++i) {
       const bool inside = i >= from * 2 && i < to * 2;
       if (!inside) {
@@ -102,12 +136,16 @@ TEST_P(InterpolateUp, VectorMatchesScalar) {
     ASSERT_TRUE(b.GuardsIntact());
   }
 }
+// Upscaling by 8 as in preview (and other factors), downscaling (groups too
+// wide for one load), maps narrower than one load, more than one strip.
 INSTANTIATE_TEST_SUITE_P(Shapes, InterpolateUp,
                          ::testing::Values(Shape{1, 1, 1, 1}, Shape{7, 5, 3, 2},
                                            Shape{17, 9, 17, 9}, Shape{33, 21, 40, 30},
                                            Shape{64, 48, 8, 6}, Shape{121, 67, 15, 9},
                                            Shape{240, 135, 30, 17}, Shape{1031, 3, 129, 2},
-                                           Shape{2500, 4, 313, 3}, Shape{9, 300, 2, 301}));
+                                           Shape{2500, 4, 313, 3}, Shape{9, 300, 2, 301},
+                                           Shape{1920, 24, 240, 3}, Shape{2049, 5, 2049, 5},
+                                           Shape{4111, 3, 600, 2}, Shape{47, 33, 16, 11}));
 
 // The last columns and rows interpolate only towards the last disparity
 // column and row (a sentinel depth after the map must never be seen).
@@ -121,11 +159,13 @@ TEST(InterpolateUp, LastColumnsAndRowsStayInsideTheMap) {
   std::vector<uint16_t> out(static_cast<size_t>(W) * H);
   __WeightInterpolateUp(W, H, 0, 0, 0, H - 1, out.data(), dW, dH, 255, 128, smooth.data());
   const uint16_t ten = out[static_cast<size_t>(H - 1) * W];  // depth 10 exactly
-  EXPECT_EQ(ten, 40);  // trunc(10 * 1024 / 255) = 40
+  EXPECT_EQ(ten, 40);                                        // trunc(10 * 1024 / 255) = 40
   for (int y = 0; y < H; ++y)
-    for (int x = W - 8; x < W; ++x) ASSERT_EQ(out[static_cast<size_t>(y) * W + x], ten) << y << "," << x;
+    for (int x = W - 8; x < W; ++x)
+      ASSERT_EQ(out[static_cast<size_t>(y) * W + x], ten) << y << "," << x;
   for (int y = H - 8; y < H; ++y)
-    for (int x = 0; x < W; ++x) ASSERT_EQ(out[static_cast<size_t>(y) * W + x], ten) << y << "," << x;
+    for (int x = 0; x < W; ++x)
+      ASSERT_EQ(out[static_cast<size_t>(y) * W + x], ten) << y << "," << x;
   EXPECT_EQ(out[0], 0);
 }
 
@@ -171,8 +211,8 @@ std::vector<uint16_t> ExpectedMap(Fixture& f) {
   __getRanged(f.Disparity(), ranged.data(), kDW * kDH, 0, 0, table);
   const uint16_t weights[5] = {204, 204, 204, 204, 204};
   __GaussianSmoothImage_Y_integral_image_c(ranged.data(), expand.data(), smooth.data(), kDW, kDH,
-                                           weights, 2, 2,
-                                           reinterpret_cast<uint8_t*>(tempim.data()), 0, kDH - 1);
+                                           weights, 2, 2, reinterpret_cast<uint8_t*>(tempim.data()),
+                                           0, kDH - 1);
   std::vector<uint16_t> out(kW * kH);
   __WeightInterpolateUp_c(kW, kH, f.request.focus_x, f.request.focus_y, 0, kH - 1, out.data(), kDW,
                           kDH, 25, kStrengthTable[20 - f.request.level], smooth.data());
@@ -235,16 +275,20 @@ INSTANTIATE_TEST_SUITE_P(
     ::testing::Values(
         Refusal{"null_request", [](Fixture&, P* r, Hd*, O*) { *r = nullptr; }, "invalid request"},
         Refusal{"null_handle", [](Fixture&, P*, Hd* h, O*) { *h = nullptr; }, "invalid handle"},
-        Refusal{"null_context", [](Fixture&, P*, Hd* h, O*) {
+        Refusal{"null_context",
+                [](Fixture&, P*, Hd* h, O*) {
                   static DofraHandle blank{};
                   *h = &blank;
-                }, "invalid weight context"},
-        Refusal{"blank_context", [](Fixture&, P*, Hd* h, O*) {
+                },
+                "invalid weight context"},
+        Refusal{"blank_context",
+                [](Fixture&, P*, Hd* h, O*) {
                   static WeightContext ctx{};
                   static DofraHandle blank{};
                   blank.weight = &ctx;
                   *h = &blank;
-                }, "not initialised"},
+                },
+                "not initialised"},
         Refusal{"null_depth", [](Fixture& f, P*, Hd*, O*) { f.request.depth = nullptr; },
                 "invalid DepthData"},
         Refusal{"null_output", [](Fixture&, P*, Hd*, O* o) { *o = nullptr; }, "invalid output"},
@@ -261,12 +305,11 @@ INSTANTIATE_TEST_SUITE_P(
         Refusal{"calib_den_0",
                 [](Fixture& f, P*, Hd*, O*) { f.SetCalibration(1572864000, 0, 1280, 320); },
                 "calib_den"},
-        Refusal{"huge_K",
-                [](Fixture& f, P*, Hd*, O*) { f.SetCalibration(INT32_MIN, 1, 1, 65535); },
+        Refusal{"huge_K", [](Fixture& f, P*, Hd*, O*) { f.SetCalibration(INT32_MIN, 1, 1, 65535); },
                 "out of range"},
-        Refusal{"steps_overflow", [](Fixture& f, P*, Hd*, O*) {
-                  f.handle.weight->disparity_width = 32768;
-                }, "too large"}),
+        Refusal{"steps_overflow",
+                [](Fixture& f, P*, Hd*, O*) { f.handle.weight->disparity_width = 32768; },
+                "too large"}),
     [](const ::testing::TestParamInfo<Refusal>& info) { return std::string(info.param.name); });
 
 }  // namespace

@@ -15,9 +15,8 @@
 #include <smmintrin.h>
 #endif
 
-const uint8_t kStrengthTable[kStrengthLevels] = {0,   60,  68,  76,  82,  87,  92,
-                                                 100, 103, 107, 110, 112, 114, 116,
-                                                 118, 120, 122, 124, 126, 128};
+const uint8_t kStrengthTable[kStrengthLevels] = {0,   60,  68,  76,  82,  87,  92,  100, 103, 107,
+                                                 110, 112, 114, 116, 118, 120, 122, 124, 126, 128};
 
 namespace {
 
@@ -37,10 +36,10 @@ constexpr int kLineBadSteps = 332;
 
 constexpr int kFixShift = 16;  // 16.16 positions in the disparity grid
 constexpr int kFixOne = 1 << kFixShift;
-constexpr int kFracShift = 8;         // 8-bit interpolation fractions
+constexpr int kFracShift = 8;  // 8-bit interpolation fractions
 constexpr int kFracOne = 256;
 constexpr int kFracRound = 128;
-constexpr int kMaxStepExtent = 32767;  // d * 65536 must fit in int32
+constexpr int kMaxStepExtent = 32767;       // d * 65536 must fit in int32
 constexpr int32_t kNearFocusLimit = 25855;  // T <= 25855 <=> f <= 100
 constexpr int kFarBandLow = 100;
 constexpr int kFarBandHigh = 255;
@@ -48,7 +47,6 @@ constexpr int kWeightFull = 1024;  // Q10 one
 constexpr float kWeightFullF = 1024.0f;
 constexpr int kStrengthShift = 7;  // strength is in 1/128
 constexpr int kStrengthRound = 64;
-constexpr int kStrip = 1024;  // columns per strip: bounds the stack tables
 
 // Rounded 8-bit-fraction interpolation; a * (256 - f) + b * f + 128 <= 65408.
 inline int Lerp8(int a, int b, int f) {
@@ -77,15 +75,11 @@ Band FocusBand(int focus_x, int focus_y, int sx, int sy, int dW, int dH, const u
 }
 
 // Everything the per-pixel weight needs besides the depth.
-constexpr int kShortDiffs = 32;  // two 16-entry byte shuffles
-
 struct WeightRamp {
   int low;
   int high;
   float gain;
   int strength;
-  // Weights of distances 0..31, valid when every larger distance weighs as 31.
-  uint16_t by_diff[kShortDiffs];
 };
 
 inline uint16_t WeightOfDiff(int diff, const WeightRamp& ramp) {
@@ -98,150 +92,266 @@ inline uint16_t WeightOf(int v, const WeightRamp& ramp) {
   return WeightOfDiff(v < ramp.low ? ramp.low - v : (v > ramp.high ? v - ramp.high : 0), ramp);
 }
 
-// Fills by_diff and tells whether the weight is flat from distance 31 on
-// (so a distance clamped to 31 gives the same weight); with falloff 25 it is.
-bool BuildShortTable(WeightRamp* ramp) {
-  for (int d = 0; d < kShortDiffs; ++d) ramp->by_diff[d] = WeightOfDiff(d, *ramp);
-  for (int d = kShortDiffs; d < 256; ++d)
-    if (WeightOfDiff(d, *ramp) != ramp->by_diff[kShortDiffs - 1]) return false;
-  return true;
+constexpr int kDepths = 256;
+constexpr int kShortDiffs = 32;  // two 16-entry byte shuffles
+// Run kinds above any weight: groups that need the per-pixel path, through
+// the distance tables (kMixed) or with a 16-entry window of depths (kNarrow).
+constexpr uint16_t kMixed = 0xFFFF;
+constexpr uint16_t kNarrow = 0xFFFE;
+constexpr int kGroup = 16;    // pixels per vector step, one byte each
+constexpr int kStrip = 2048;  // columns per strip: bounds the stack tables
+constexpr int kGroups = kStrip / kGroup;
+
+// The weight as a function of the depth alone, built once per call with the
+// same float arithmetic as the per-pixel formula.
+struct WeightLut {
+  int low;
+  int high;
+  uint16_t by_depth[kDepths];
+  // by_depth[v..same_until[v]] all equal: a depth range weighs as one value.
+  uint8_t same_until[kDepths];
+  // by_depth split into bytes, padded so that 16 entries load from any depth.
+  alignas(16) uint8_t depth_lo[kDepths + kGroup];
+  alignas(16) uint8_t depth_hi[kDepths + kGroup];
+  // Weights of distances 0..31 split into bytes, valid when short_table:
+  // every larger distance weighs as 31 (true with falloff 25). Entries 16..31
+  // hold w(d) ^ w(d - 16), so that xoring both shuffles gives w(d).
+  bool short_table;
+  alignas(16) uint8_t diff_lo[kShortDiffs];
+  alignas(16) uint8_t diff_hi[kShortDiffs];
+};
+
+void BuildLut(const WeightRamp& ramp, WeightLut* lut) {
+  lut->low = ramp.low;
+  lut->high = ramp.high;
+  for (int v = 0; v < kDepths; ++v) lut->by_depth[v] = WeightOf(v, ramp);
+  std::fill(lut->depth_lo + kDepths, lut->depth_lo + kDepths + kGroup, 0);
+  std::fill(lut->depth_hi + kDepths, lut->depth_hi + kDepths + kGroup, 0);
+  for (int v = 0; v < kDepths; ++v) {
+    lut->depth_lo[v] = static_cast<uint8_t>(lut->by_depth[v] & 0xFF);
+    lut->depth_hi[v] = static_cast<uint8_t>(lut->by_depth[v] >> 8);
+  }
+  lut->same_until[kDepths - 1] = kDepths - 1;
+  for (int v = kDepths - 2; v >= 0; --v)
+    lut->same_until[v] =
+        lut->by_depth[v] == lut->by_depth[v + 1] ? lut->same_until[v + 1] : static_cast<uint8_t>(v);
+  const uint16_t last = WeightOfDiff(kShortDiffs - 1, ramp);
+  lut->short_table = true;
+  for (int d = 0; d < kDepths; ++d) {
+    const uint16_t w = WeightOfDiff(d, ramp);
+    if (d < kShortDiffs) {
+      const uint16_t x = d < kShortDiffs / 2 ? w : w ^ WeightOfDiff(d - kShortDiffs / 2, ramp);
+      lut->diff_lo[d] = static_cast<uint8_t>(x & 0xFF);
+      lut->diff_hi[d] = static_cast<uint8_t>(x >> 8);
+    } else if (w != last) {
+      lut->short_table = false;
+    }
+  }
 }
 
-// One output row from two horizontally interpolated depth rows.
-using WeightRowFn = void (*)(const uint16_t* top, const uint16_t* bottom, int n, int fy,
-                             const WeightRamp& ramp, uint16_t* out);
+// One output row from a horizontally interpolated depth row `top` and the
+// difference `delta` of the row below it.
+using WeightRowFn = void (*)(const uint16_t* top, const int16_t* delta, int n, int fy,
+                             const WeightLut& lut, uint16_t* out);
 
-void WeightRow_C(const uint16_t* top, const uint16_t* bottom, int n, int fy,
-                 const WeightRamp& ramp, uint16_t* out) {
-  for (int i = 0; i < n; ++i) out[i] = WeightOf(Lerp8(top[i], bottom[i], fy), ramp);
+void WeightRow_C(const uint16_t* top, const int16_t* delta, int n, int fy, const WeightLut& lut,
+                 uint16_t* out) {
+  for (int i = 0; i < n; ++i) out[i] = lut.by_depth[Lerp8(top[i], top[i] + delta[i], fy)];
 }
+
+// Whole groups whose depths lie in group_min[g]..group_min[g] + 15.
+using NarrowRowFn = void (*)(const uint16_t* top, const int16_t* delta, const uint8_t* group_min,
+                             int groups, int fy, const WeightLut& lut, uint16_t* out);
+
+void FillRow_C(uint16_t* out, int n, uint16_t w) { std::fill(out, out + n, w); }
 
 #if defined(__SSE4_1__)
-// Remainder: the scalar formula on the last n mod 8 pixels.
-void WeightRow_SSE41(const uint16_t* top, const uint16_t* bottom, int n, int fy,
-                     const WeightRamp& ramp, uint16_t* out) {
-  const __m128i w_top = _mm_set1_epi16(static_cast<int16_t>(kFracOne - fy));
-  const __m128i w_bottom = _mm_set1_epi16(static_cast<int16_t>(fy));
-  const __m128i round8 = _mm_set1_epi16(kFracRound);
-  const __m128i low = _mm_set1_epi16(static_cast<int16_t>(ramp.low));
-  const __m128i high = _mm_set1_epi16(static_cast<int16_t>(ramp.high));
-  const __m128i low16 = _mm_set1_epi32(0xFFFF);
-  const __m128i full = _mm_set1_epi32(kWeightFull);
-  const __m128i strength = _mm_set1_epi32(ramp.strength);
-  const __m128i round7 = _mm_set1_epi32(kStrengthRound);
-  const __m128 gain = _mm_set1_ps(ramp.gain);
-  const __m128i zero = _mm_setzero_si128();
-  int i = 0;
-  for (; i + 8 <= n; i += 8) {
-    const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(top + i));
-    const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(bottom + i));
-    // 255 * 256 + 128 fits in u16, so the 16-bit sum and logical shift are exact.
-    const __m128i v = _mm_srli_epi16(
-        _mm_add_epi16(_mm_add_epi16(_mm_mullo_epi16(a, w_top), _mm_mullo_epi16(b, w_bottom)),
-                      round8),
-        kFracShift);
-    // low <= high, so at most one saturating difference is nonzero; diff <= 255.
-    const __m128i diff = _mm_or_si128(_mm_subs_epu16(low, v), _mm_subs_epu16(v, high));
-    __m128i t_lo = _mm_cvttps_epi32(_mm_mul_ps(_mm_cvtepi32_ps(_mm_cvtepu16_epi32(diff)), gain));
-    __m128i t_hi =
-        _mm_cvttps_epi32(_mm_mul_ps(_mm_cvtepi32_ps(_mm_unpackhi_epi16(diff, zero)), gain));
-    t_lo = _mm_min_epi32(_mm_and_si128(t_lo, low16), full);
-    t_hi = _mm_min_epi32(_mm_and_si128(t_hi, low16), full);
-    // 1024 * 255 + 64 fits in 32 bits; the result (<= 2040) packs exactly.
-    t_lo = _mm_srli_epi32(_mm_add_epi32(_mm_mullo_epi32(t_lo, strength), round7), kStrengthShift);
-    t_hi = _mm_srli_epi32(_mm_add_epi32(_mm_mullo_epi32(t_hi, strength), round7), kStrengthShift);
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(out + i), _mm_packus_epi32(t_lo, t_hi));
-  }
-  WeightRow_C(top + i, bottom + i, n - i, fy, ramp, out + i);
+// (a * (256 - f) + b * f + 128) >> 8 == a + (((b - a) * f + 128) >> 8), as
+// a * 256 is a whole multiple of 256; and mulhrs(x, f << 7) ==
+// (x * f * 128 + 2^14) >> 15 == (x * f + 128) >> 8 for |x| <= 255, f <= 255:
+// both operands fit in i16 (f << 7 <= 32640), the result is floored.
+inline __m128i Lerp16_SSE41(__m128i a, __m128i delta, __m128i frac7) {
+  return _mm_add_epi16(a, _mm_mulhrs_epi16(delta, frac7));
+}
+
+inline __m128i DepthOf8_SSE41(const uint16_t* top, const int16_t* delta, __m128i frac7) {
+  return Lerp16_SSE41(_mm_loadu_si128(reinterpret_cast<const __m128i*>(top)),
+                      _mm_loadu_si128(reinterpret_cast<const __m128i*>(delta)), frac7);
 }
 
 // Table lookup by byte shuffles: 16 pixels per step, the distance clamped to
-// 31 and looked up in two 16-entry tables, one per byte of the weight.
+// 31 and looked up in two 16-entry tables per byte of the weight: the first
+// by d (its low 4 bits), the second by d - 16, which wraps to a set top bit
+// (a zero lookup) for d < 16.
 // Remainder: the scalar formula on the last n mod 16 pixels.
-void WeightRowTable_SSE41(const uint16_t* top, const uint16_t* bottom, int n, int fy,
-                          const WeightRamp& ramp, uint16_t* out) {
-  alignas(16) uint8_t lo_bytes[kShortDiffs], hi_bytes[kShortDiffs];
-  for (int d = 0; d < kShortDiffs; ++d) {
-    lo_bytes[d] = static_cast<uint8_t>(ramp.by_diff[d] & 0xFF);
-    hi_bytes[d] = static_cast<uint8_t>(ramp.by_diff[d] >> 8);
-  }
-  const __m128i lo0 = _mm_load_si128(reinterpret_cast<const __m128i*>(lo_bytes));
-  const __m128i lo1 = _mm_load_si128(reinterpret_cast<const __m128i*>(lo_bytes + 16));
-  const __m128i hi0 = _mm_load_si128(reinterpret_cast<const __m128i*>(hi_bytes));
-  const __m128i hi1 = _mm_load_si128(reinterpret_cast<const __m128i*>(hi_bytes + 16));
-  const __m128i w_top = _mm_set1_epi16(static_cast<int16_t>(kFracOne - fy));
-  const __m128i w_bottom = _mm_set1_epi16(static_cast<int16_t>(fy));
-  const __m128i round8 = _mm_set1_epi16(kFracRound);
-  const __m128i low = _mm_set1_epi8(static_cast<char>(ramp.low));
-  const __m128i high = _mm_set1_epi8(static_cast<char>(ramp.high));
+void WeightRowTable_SSE41(const uint16_t* top, const int16_t* delta, int n, int fy,
+                          const WeightLut& lut, uint16_t* out) {
+  const __m128i lo0 = _mm_load_si128(reinterpret_cast<const __m128i*>(lut.diff_lo));
+  const __m128i lo1 = _mm_load_si128(reinterpret_cast<const __m128i*>(lut.diff_lo + 16));
+  const __m128i hi0 = _mm_load_si128(reinterpret_cast<const __m128i*>(lut.diff_hi));
+  const __m128i hi1 = _mm_load_si128(reinterpret_cast<const __m128i*>(lut.diff_hi + 16));
+  const __m128i frac7 = _mm_set1_epi16(static_cast<int16_t>(fy << 7));
+  const __m128i low = _mm_set1_epi8(static_cast<char>(lut.low));
+  const __m128i high = _mm_set1_epi8(static_cast<char>(lut.high));
   const __m128i last = _mm_set1_epi8(kShortDiffs - 1);
-  const __m128i fifteen = _mm_set1_epi8(15);
-  auto lerp = [&](int at) {
-    const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(top + at));
-    const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(bottom + at));
-    // 255 * 256 + 128 fits in u16, so the 16-bit sum and logical shift are exact.
-    return _mm_srli_epi16(
-        _mm_add_epi16(_mm_add_epi16(_mm_mullo_epi16(a, w_top), _mm_mullo_epi16(b, w_bottom)),
-                      round8),
-        kFracShift);
-  };
+  const __m128i sixteen = _mm_set1_epi8(kShortDiffs / 2);
   int i = 0;
-  for (; i + 16 <= n; i += 16) {
-    const __m128i v = _mm_packus_epi16(lerp(i), lerp(i + 8));  // depths <= 255
+  for (; i + kGroup <= n; i += kGroup) {
+    const __m128i v = _mm_packus_epi16(DepthOf8_SSE41(top + i, delta + i, frac7),
+                                       DepthOf8_SSE41(top + i + 8, delta + i + 8, frac7));
     // low <= high, so at most one saturating difference is nonzero.
-    const __m128i diff = _mm_or_si128(_mm_subs_epu8(low, v), _mm_subs_epu8(v, high));
-    const __m128i d = _mm_min_epu8(diff, last);
-    const __m128i upper = _mm_cmpgt_epi8(d, fifteen);  // d <= 31: signed compare is safe
-    // pshufb reads the low 4 bits of an index whose top bit is clear.
-    const __m128i lo = _mm_blendv_epi8(_mm_shuffle_epi8(lo0, d), _mm_shuffle_epi8(lo1, d), upper);
-    const __m128i hi = _mm_blendv_epi8(_mm_shuffle_epi8(hi0, d), _mm_shuffle_epi8(hi1, d), upper);
+    const __m128i d =
+        _mm_min_epu8(_mm_or_si128(_mm_subs_epu8(low, v), _mm_subs_epu8(v, high)), last);
+    const __m128i upper = _mm_sub_epi8(d, sixteen);
+    const __m128i lo = _mm_xor_si128(_mm_shuffle_epi8(lo0, d), _mm_shuffle_epi8(lo1, upper));
+    const __m128i hi = _mm_xor_si128(_mm_shuffle_epi8(hi0, d), _mm_shuffle_epi8(hi1, upper));
     _mm_storeu_si128(reinterpret_cast<__m128i*>(out + i), _mm_unpacklo_epi8(lo, hi));
     _mm_storeu_si128(reinterpret_cast<__m128i*>(out + i + 8), _mm_unpackhi_epi8(lo, hi));
   }
-  WeightRow_C(top + i, bottom + i, n - i, fy, ramp, out + i);
+  WeightRow_C(top + i, delta + i, n - i, fy, lut, out + i);
 }
 
-WeightRowFn PickWeightRow(bool short_table) {
-  return short_table ? WeightRowTable_SSE41 : WeightRow_SSE41;
-}
-#else
-WeightRowFn PickWeightRow(bool) { return WeightRow_C; }
-#endif
-
-// Per-column sample positions of one strip of output columns.
-struct ColumnTable {
-  int32_t ix[kStrip];
-  int32_t ix1[kStrip];
-  uint8_t fx[kStrip];
-};
-
-void BuildColumns(int x0, int n, int sx, int dW, ColumnTable* cols) {
-  int qx = x0 * sx;
-  for (int j = 0; j < n; ++j, qx += sx) {
-    cols->ix[j] = qx >> kFixShift;
-    cols->ix1[j] = std::min(cols->ix[j] + 1, dW - 1);
-    cols->fx[j] = static_cast<uint8_t>((qx >> kFracShift) & 0xFF);
+// Per group, the weights of its 16 depths from group_min on are loaded as
+// shuffle tables and indexed by v - group_min (0..15). Whole groups only.
+void NarrowRow_SSE41(const uint16_t* top, const int16_t* delta, const uint8_t* group_min,
+                     int groups, int fy, const WeightLut& lut, uint16_t* out) {
+  const __m128i frac7 = _mm_set1_epi16(static_cast<int16_t>(fy << 7));
+  for (int g = 0; g < groups; ++g, top += kGroup, delta += kGroup, out += kGroup) {
+    const uint8_t from = group_min[g];
+    const __m128i lo_table = _mm_loadu_si128(reinterpret_cast<const __m128i*>(lut.depth_lo + from));
+    const __m128i hi_table = _mm_loadu_si128(reinterpret_cast<const __m128i*>(lut.depth_hi + from));
+    const __m128i v = _mm_packus_epi16(DepthOf8_SSE41(top, delta, frac7),
+                                       DepthOf8_SSE41(top + 8, delta + 8, frac7));
+    const __m128i index = _mm_sub_epi8(v, _mm_set1_epi8(static_cast<char>(from)));
+    const __m128i lo = _mm_shuffle_epi8(lo_table, index);
+    const __m128i hi = _mm_shuffle_epi8(hi_table, index);
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(out), _mm_unpacklo_epi8(lo, hi));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(out + 8), _mm_unpackhi_epi8(lo, hi));
   }
 }
 
-void LerpColumns(const uint8_t* row, const ColumnTable& cols, int n, uint16_t* dst) {
-  for (int j = 0; j < n; ++j)
-    dst[j] = static_cast<uint16_t>(Lerp8(row[cols.ix[j]], row[cols.ix1[j]], cols.fx[j]));
+// Remainder: the scalar formula on the last n mod 8 pixels.
+void FillRow_SSE41(uint16_t* out, int n, uint16_t w) {
+  const __m128i value = _mm_set1_epi16(static_cast<int16_t>(w));
+  int i = 0;
+  for (; i + 8 <= n; i += 8) _mm_storeu_si128(reinterpret_cast<__m128i*>(out + i), value);
+  FillRow_C(out + i, n - i, w);
+}
+
+WeightRowFn PickWeightRow(bool short_table) {
+  return short_table ? WeightRowTable_SSE41 : WeightRow_C;
+}
+constexpr auto FillRow = FillRow_SSE41;
+constexpr NarrowRowFn NarrowRow = NarrowRow_SSE41;
+#else
+void NarrowRow_C(const uint16_t* top, const int16_t* delta, const uint8_t*, int groups, int fy,
+                 const WeightLut& lut, uint16_t* out) {
+  WeightRow_C(top, delta, groups * kGroup, fy, lut, out);
+}
+
+WeightRowFn PickWeightRow(bool) { return WeightRow_C; }
+constexpr auto FillRow = FillRow_C;
+constexpr NarrowRowFn NarrowRow = NarrowRow_C;
+#endif
+
+// Per-column sample positions of one strip of output columns, and for each
+// group of 16 columns the byte shuffles that gather its samples from one
+// 16-byte load of a disparity row.
+struct ColumnTable {
+  int n;
+  int32_t ix[kStrip];
+  int32_t ix1[kStrip];
+  uint8_t fx[kStrip];
+#if defined(__SSE4_1__)
+  int32_t load_at[kGroups];  // first of the 16 bytes loaded; -1: scalar group
+  alignas(16) uint8_t pick0[kGroups][kGroup];
+  alignas(16) uint8_t pick1[kGroups][kGroup];
+  alignas(16) int16_t frac7[kGroups][kGroup];  // fx << 7, the mulhrs scale
+#endif
+};
+
+#if defined(__SSE4_1__)
+// A group is gathered by shuffles when its samples span at most 16 bytes; the
+// load never starts past dW - 16, so it never reads past the row.
+void BuildGroupShuffles(int dW, ColumnTable* c) {
+  for (int g = 0; (g + 1) * kGroup <= c->n; ++g) {
+    const int j0 = g * kGroup;
+    const int at = std::min(c->ix[j0], dW - kGroup);
+    const bool fits = at >= 0 && c->ix1[j0 + kGroup - 1] - at < kGroup;
+    c->load_at[g] = fits ? at : -1;
+    for (int k = 0; fits && k < kGroup; ++k) {
+      c->pick0[g][k] = static_cast<uint8_t>(c->ix[j0 + k] - at);
+      c->pick1[g][k] = static_cast<uint8_t>(c->ix1[j0 + k] - at);
+      c->frac7[g][k] = static_cast<int16_t>(c->fx[j0 + k] << 7);
+    }
+  }
+}
+#endif
+
+void BuildColumns(int x0, int n, int sx, int dW, ColumnTable* c) {
+  c->n = n;
+  int qx = x0 * sx;
+  for (int j = 0; j < n; ++j, qx += sx) {
+    c->ix[j] = qx >> kFixShift;
+    c->ix1[j] = std::min(c->ix[j] + 1, dW - 1);
+    c->fx[j] = static_cast<uint8_t>((qx >> kFracShift) & 0xFF);
+  }
+#if defined(__SSE4_1__)
+  BuildGroupShuffles(dW, c);
+#endif
+}
+
+void LerpColumns_C(const uint8_t* row, const ColumnTable& c, int from, int to, uint16_t* dst) {
+  for (int j = from; j < to; ++j)
+    dst[j] = static_cast<uint16_t>(Lerp8(row[c.ix[j]], row[c.ix1[j]], c.fx[j]));
+}
+
+#if defined(__SSE4_1__)
+void LerpGroup_SSE41(const uint8_t* row, const ColumnTable& c, int g, uint16_t* dst) {
+  const __m128i src = _mm_loadu_si128(reinterpret_cast<const __m128i*>(row + c.load_at[g]));
+  const __m128i a =
+      _mm_shuffle_epi8(src, _mm_load_si128(reinterpret_cast<const __m128i*>(c.pick0[g])));
+  const __m128i b =
+      _mm_shuffle_epi8(src, _mm_load_si128(reinterpret_cast<const __m128i*>(c.pick1[g])));
+  const __m128i zero = _mm_setzero_si128();
+  const __m128i a_lo = _mm_cvtepu8_epi16(a), a_hi = _mm_unpackhi_epi8(a, zero);
+  const __m128i b_lo = _mm_cvtepu8_epi16(b), b_hi = _mm_unpackhi_epi8(b, zero);
+  const __m128i* frac7 = reinterpret_cast<const __m128i*>(c.frac7[g]);
+  _mm_storeu_si128(reinterpret_cast<__m128i*>(dst),
+                   Lerp16_SSE41(a_lo, _mm_sub_epi16(b_lo, a_lo), _mm_load_si128(frac7)));
+  _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + 8),
+                   Lerp16_SSE41(a_hi, _mm_sub_epi16(b_hi, a_hi), _mm_load_si128(frac7 + 1)));
+}
+#endif
+
+// Remainder: the scalar formula on the last n mod 16 columns and on groups
+// whose samples do not fit one load.
+void LerpColumns(const uint8_t* row, const ColumnTable& c, uint16_t* dst) {
+  int j = 0;
+#if defined(__SSE4_1__)
+  for (int g = 0; j + kGroup <= c.n; ++g, j += kGroup) {
+    if (c.load_at[g] >= 0)
+      LerpGroup_SSE41(row, c, g, dst + j);
+    else
+      LerpColumns_C(row, c, j, j + kGroup, dst);
+  }
+#endif
+  LerpColumns_C(row, c, j, c.n, dst);
 }
 
 // Two horizontally interpolated depth rows, each computed once and reused by
 // every output row that falls between the same pair of disparity rows.
 class RowCache {
  public:
-  RowCache(const uint8_t* depth, int dW, const ColumnTable& cols, int n)
-      : depth_(depth), dW_(dW), cols_(cols), n_(n) {}
+  RowCache(const uint8_t* depth, int dW, const ColumnTable& cols)
+      : depth_(depth), dW_(dW), cols_(cols) {}
 
   // The row for disparity row r; never evicts the row `keep` points at.
   const uint16_t* Get(int r, const uint16_t* keep) {
     for (int s = 0; s < 2; ++s)
       if (tag_[s] == r) return rows_[s];
     const int s = (rows_[0] == keep) ? 1 : 0;
-    LerpColumns(depth_ + static_cast<ptrdiff_t>(r) * dW_, cols_, n_, rows_[s]);
+    LerpColumns(depth_ + static_cast<ptrdiff_t>(r) * dW_, cols_, rows_[s]);
     tag_[s] = r;
     return rows_[s];
   }
@@ -250,10 +360,108 @@ class RowCache {
   const uint8_t* depth_;
   int dW_;
   const ColumnTable& cols_;
-  int n_;
   int tag_[2] = {-1, -1};
   uint16_t rows_[2][kStrip];
 };
+
+// What every output row between one pair of disparity rows shares: the row
+// difference, and runs of 16-column groups by their depth range (the
+// interpolation never leaves [min, max] of its two rows): one weight, a
+// narrow range, or wide.
+struct PairRows {
+  int16_t delta[kStrip];
+  uint8_t group_min[kGroups];
+  int runs;
+  int run_end[kGroups + 1];          // column after each run
+  uint16_t run_weight[kGroups + 1];  // the run's weight, or kMixed
+};
+
+struct DepthRange {
+  int min;
+  int max;
+};
+
+DepthRange GroupRange_C(const uint16_t* top, const uint16_t* bottom, int from, int to,
+                        int16_t* delta) {
+  DepthRange r = {kDepths, -1};
+  for (int j = from; j < to; ++j) {
+    delta[j] = static_cast<int16_t>(bottom[j] - top[j]);
+    r.min = std::min({r.min, static_cast<int>(top[j]), static_cast<int>(bottom[j])});
+    r.max = std::max({r.max, static_cast<int>(top[j]), static_cast<int>(bottom[j])});
+  }
+  return r;
+}
+
+#if defined(__SSE4_1__)
+// Horizontal min by minpos; the max as the min of the complements.
+DepthRange GroupRange_SSE41(const uint16_t* top, const uint16_t* bottom, int from, int16_t* delta) {
+  const __m128i* t = reinterpret_cast<const __m128i*>(top + from);
+  const __m128i* b = reinterpret_cast<const __m128i*>(bottom + from);
+  const __m128i t0 = _mm_loadu_si128(t), t1 = _mm_loadu_si128(t + 1);
+  const __m128i b0 = _mm_loadu_si128(b), b1 = _mm_loadu_si128(b + 1);
+  _mm_storeu_si128(reinterpret_cast<__m128i*>(delta + from), _mm_sub_epi16(b0, t0));
+  _mm_storeu_si128(reinterpret_cast<__m128i*>(delta + from + 8), _mm_sub_epi16(b1, t1));
+  const __m128i lo = _mm_min_epu16(_mm_min_epu16(t0, t1), _mm_min_epu16(b0, b1));
+  const __m128i hi = _mm_max_epu16(_mm_max_epu16(t0, t1), _mm_max_epu16(b0, b1));
+  const __m128i ones = _mm_set1_epi32(-1);
+  return {_mm_extract_epi16(_mm_minpos_epu16(lo), 0),
+          0xFFFF - _mm_extract_epi16(_mm_minpos_epu16(_mm_xor_si128(hi, ones)), 0)};
+}
+#endif
+
+// The kind of one group: its weight when its depth range weighs as one value.
+uint16_t GroupKind(const DepthRange& r, const WeightLut& lut) {
+  if (lut.same_until[r.min] >= r.max) return lut.by_depth[r.min];
+  return r.max - r.min < kGroup ? kNarrow : kMixed;
+}
+
+// Ranges and kinds first (no stores feed back into the loop), then the runs.
+// Remainder: the last n mod 16 columns form a run of their own, always mixed.
+void PreparePair(const uint16_t* top, const uint16_t* bottom, int n, const WeightLut& lut,
+                 PairRows* p) {
+  const int groups = n / kGroup;
+  uint16_t kind[kGroups];
+  for (int g = 0; g < groups; ++g) {
+#if defined(__SSE4_1__)
+    const DepthRange r = GroupRange_SSE41(top, bottom, g * kGroup, p->delta);
+#else
+    const DepthRange r = GroupRange_C(top, bottom, g * kGroup, (g + 1) * kGroup, p->delta);
+#endif
+    p->group_min[g] = static_cast<uint8_t>(r.min);
+    kind[g] = GroupKind(r, lut);
+  }
+  int runs = 0;
+  for (int g = 0; g < groups; ++g) {
+    if (runs > 0 && p->run_weight[runs - 1] == kind[g]) {
+      p->run_end[runs - 1] = (g + 1) * kGroup;
+    } else {
+      p->run_end[runs] = (g + 1) * kGroup;
+      p->run_weight[runs++] = kind[g];
+    }
+  }
+  if (groups * kGroup < n) {
+    GroupRange_C(top, bottom, groups * kGroup, n, p->delta);
+    p->run_end[runs] = n;
+    p->run_weight[runs++] = kMixed;
+  }
+  p->runs = runs;
+}
+
+void WriteRow(const uint16_t* top, const PairRows& p, int fy, const WeightLut& lut,
+              WeightRowFn row_fn, uint16_t* out) {
+  int from = 0;
+  for (int r = 0; r < p.runs; ++r) {
+    const int to = p.run_end[r];
+    if (p.run_weight[r] == kMixed)
+      row_fn(top + from, p.delta + from, to - from, fy, lut, out + from);
+    else if (p.run_weight[r] == kNarrow)
+      NarrowRow(top + from, p.delta + from, p.group_min + from / kGroup, (to - from) / kGroup, fy,
+                lut, out + from);
+    else
+      FillRow(out + from, to - from, p.run_weight[r]);
+    from = to;
+  }
+}
 
 }  // namespace
 
@@ -263,7 +471,7 @@ DOFRA_WEIGHT_UP(__WeightInterpolateUp_c) {
   const Band band = FocusBand(focus_x, focus_y, sx, sy, dW, dH, smooth);
   if (first_row > last_row || W < 1) return;
   const WeightRamp ramp = {band.low, band.high, kWeightFullF / static_cast<float>(falloff),
-                           strength, {}};
+                           strength};
   int qy = first_row * sy;
   for (int y = first_row; y <= last_row; ++y, qy += sy) {
     const int iy = qy >> kFixShift, fy = (qy >> kFracShift) & 0xFF;
@@ -279,26 +487,36 @@ DOFRA_WEIGHT_UP(__WeightInterpolateUp_c) {
   }
 }
 
+// Per call: the weight of every depth. Per strip of columns: sample positions
+// and gathers. Per pair of disparity rows: both rows interpolated
+// horizontally, their difference, and the runs of constant weight. Per output
+// row only the vertical blend and a table lookup remain.
 DOFRA_WEIGHT_UP(__WeightInterpolateUp) {
   const int sx = (dW * kFixOne) / W;
   const int sy = (dH * kFixOne) / H;
   const Band band = FocusBand(focus_x, focus_y, sx, sy, dW, dH, smooth);
   if (first_row > last_row || W < 1) return;
-  WeightRamp ramp = {band.low, band.high, kWeightFullF / static_cast<float>(falloff), strength,
-                     {}};
-  const WeightRowFn row_fn = PickWeightRow(BuildShortTable(&ramp));
+  const WeightRamp ramp = {band.low, band.high, kWeightFullF / static_cast<float>(falloff),
+                           strength};
+  WeightLut lut;
+  BuildLut(ramp, &lut);
+  const WeightRowFn row_fn = PickWeightRow(lut.short_table);
   ColumnTable cols;
-  // Strips of at most kStrip columns keep the tables on the stack.
+  PairRows pair;
   for (int x0 = 0; x0 < W; x0 += kStrip) {
-    const int n = std::min(kStrip, W - x0);
-    BuildColumns(x0, n, sx, dW, &cols);
-    RowCache cache(smooth, dW, cols, n);
+    BuildColumns(x0, std::min(kStrip, W - x0), sx, dW, &cols);
+    RowCache cache(smooth, dW, cols);
+    const uint16_t* top = nullptr;
+    int pair_row = -1;
     int qy = first_row * sy;
     for (int y = first_row; y <= last_row; ++y, qy += sy) {
       const int iy = qy >> kFixShift, fy = (qy >> kFracShift) & 0xFF;
-      const uint16_t* top = cache.Get(iy, nullptr);
-      const uint16_t* bottom = cache.Get(std::min(iy + 1, dH - 1), top);
-      row_fn(top, bottom, n, fy, ramp, out + static_cast<ptrdiff_t>(y) * W + x0);
+      if (iy != pair_row) {
+        top = cache.Get(iy, nullptr);
+        PreparePair(top, cache.Get(std::min(iy + 1, dH - 1), top), cols.n, lut, &pair);
+        pair_row = iy;
+      }
+      WriteRow(top, pair, fy, lut, row_fn, out + static_cast<ptrdiff_t>(y) * W + x0);
     }
   }
 }
@@ -395,8 +613,8 @@ extern "C" DOFRA_EXPORT int weight_async_process(WeightParams* request, DofraHan
   InitDisparityToDepth(request->depth, table);
   __getRanged(ctx->disparity, ctx->RangedDisparity, n, 0, 0, table);
   __GaussianSmoothImage_Y_integral_image_neon(ctx->RangedDisparity, ctx->ExpandDisparity,
-                                              ctx->SmoothDisparity, dW, dH, ctx->kernel_weights,
-                                              r, r, ctx->TempimDisparity, 0, dH - 1);
+                                              ctx->SmoothDisparity, dW, dH, ctx->kernel_weights, r,
+                                              r, ctx->TempimDisparity, 0, dH - 1);
   (void)getTime();
 
   // The range is computed but not used; the histogram stays in the context.
