@@ -48,8 +48,9 @@ void __updateMinMax(const uint8_t* src, uint16_t* histogram, int n, int ratio, i
   void name(int W, int H, int focus_x, int focus_y, int first_row, int last_row,          \
             uint16_t* out, int dW, int dH, uint8_t falloff, uint8_t strength,              \
             const uint8_t* smooth)
-// Row-vectorised member (column tables, cached interpolated rows, SSE4.1
-// weights) and its plain per-pixel formula; they write identical values.
+// Vectorised member (a per-call depth-to-weight table, rows interpolated once
+// per disparity row pair, runs chosen by their depth range) and its plain
+// per-pixel formula; they write identical values.
 DOFRA_WEIGHT_UP(__WeightInterpolateUp);
 DOFRA_WEIGHT_UP(__WeightInterpolateUp_c);
 
