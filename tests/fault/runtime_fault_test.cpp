@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <cstring>
 #include <cstdint>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -178,22 +179,33 @@ TEST(RuntimeFaultTest, InitSucceedsWithOneWorkerAndTearsDown) {
   EXPECT_EQ(DofraDeinit(handle), 0);
 }
 
-TEST(RuntimeFaultTest, AFrameAllocatesOnlyItsFourTaskRecords) {
-  fault::Guard guard;
+// A 1080p handle at factor 4 with a uniform weight map, and its frames.
+struct BlurSetup {
+  explicit BlurSetup(uint16_t weight) : weights(1920 * 1080, weight) {
+    EXPECT_EQ(DofraInit(&handle, &params), 0);
+    DofraWeightMapInfo info{{0, 0, 0}, weights.data()};
+    EXPECT_EQ(DofraCreateWeightMap(handle, &info), 0);
+  }
+  ~BlurSetup() { EXPECT_EQ(DofraDeinit(handle), 0); }
+  static std::unique_ptr<android::GraphicBuffer> Frame() {
+    return std::make_unique<android::GraphicBuffer>(
+        1920, 1080, android::HAL_PIXEL_FORMAT_YCrCb_420_SP, 0x33);
+  }
   DofraParams params = Params1080(4);
   DofraHandle* handle = nullptr;
-  ASSERT_EQ(DofraInit(&handle, &params), 0);
-  std::vector<uint16_t> weights(1920 * 1080, 512);
-  DofraWeightMapInfo info{{0, 0, 0}, weights.data()};
-  ASSERT_EQ(DofraCreateWeightMap(handle, &info), 0);
-  android::GraphicBuffer src(1920, 1080, android::HAL_PIXEL_FORMAT_YCrCb_420_SP, 0x33);
-  android::GraphicBuffer dst(1920, 1080, android::HAL_PIXEL_FORMAT_YCrCb_420_SP, 0x33);
-  for (android::GraphicBuffer* out : {&dst, &src}) {
+  std::vector<uint16_t> weights;
+};
+
+TEST(RuntimeFaultTest, AFrameAllocatesOnlyItsFourTaskRecords) {
+  fault::Guard guard;
+  BlurSetup setup(512);
+  auto src = BlurSetup::Frame();
+  auto dst = BlurSetup::Frame();
+  for (android::GraphicBuffer* out : {dst.get(), src.get()}) {
     fault::FailAllocation(0);  // counts only
-    ASSERT_EQ(DofraBlurImage(handle, &src, out), 0);
+    ASSERT_EQ(DofraBlurImage(setup.handle, src.get(), out), 0);
     EXPECT_EQ(fault::AllocationCount(), 4);
   }
-  EXPECT_EQ(DofraDeinit(handle), 0);
 }
 
 TEST(RuntimeFaultTest, HandleAllocationFailureIsRefused) {
@@ -209,25 +221,19 @@ TEST(RuntimeFaultTest, HandleAllocationFailureIsRefused) {
 
 TEST(RuntimeFaultTest, ATaskRecordFailureRunsTheBandOnTheCallerAndFinishesTheFrame) {
   fault::Guard guard;
-  DofraParams params = Params1080(4);
-  DofraHandle* handle = nullptr;
-  ASSERT_EQ(DofraInit(&handle, &params), 0);
-  std::vector<uint16_t> weights(1920 * 1080, 1024);
-  DofraWeightMapInfo info{{0, 0, 0}, weights.data()};
-  ASSERT_EQ(DofraCreateWeightMap(handle, &info), 0);
-  android::GraphicBuffer src(1920, 1080, android::HAL_PIXEL_FORMAT_YCrCb_420_SP, 0x33);
-  android::GraphicBuffer expected(1920, 1080, android::HAL_PIXEL_FORMAT_YCrCb_420_SP, 0x33);
-  android::GraphicBuffer dst(1920, 1080, android::HAL_PIXEL_FORMAT_YCrCb_420_SP, 0x33);
-  for (size_t i = 0; i < src.hostSize(); ++i) src.hostData()[i] = static_cast<uint8_t>(i * 7 / 3);
-  ASSERT_EQ(DofraBlurImage(handle, &src, &expected), 0);
+  BlurSetup setup(1024);
+  auto src = BlurSetup::Frame();
+  auto expected = BlurSetup::Frame();
+  auto dst = BlurSetup::Frame();
+  for (size_t i = 0; i < src->hostSize(); ++i) src->hostData()[i] = static_cast<uint8_t>(i * 7 / 3);
+  ASSERT_EQ(DofraBlurImage(setup.handle, src.get(), expected.get()), 0);
 
   LogCapture log;
   fault::FailAllocation(2);  // the second luma band's record
-  ASSERT_EQ(DofraBlurImage(handle, &src, &dst), 0);
-  EXPECT_EQ(memcmp(dst.hostData(), expected.hostData(), dst.hostSize()), 0);
+  ASSERT_EQ(DofraBlurImage(setup.handle, src.get(), dst.get()), 0);
+  EXPECT_EQ(memcmp(dst->hostData(), expected->hostData(), dst->hostSize()), 0);
   EXPECT_EQ(log.Texts().front(),
             "L 183, pool_add_worker: can't alloc task, running it on the caller\n");
-  EXPECT_EQ(DofraDeinit(handle), 0);
 }
 
 }  // namespace
