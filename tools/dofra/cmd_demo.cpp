@@ -1,0 +1,160 @@
+// dofra demo: the built-in scene through every blur factor, as pictures and
+// a table of stage timings.
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "cli.h"
+#include "commands.h"
+#include "convert.h"
+#include "engine.h"
+#include "scene.h"
+
+namespace dofra_tool {
+
+namespace {
+
+constexpr Size kDefaultSize{1920, 1080};
+constexpr int kDefaultLevel = 1;
+constexpr int kTimedFrames = 5;  // blur timing: median of these
+constexpr int kSheetColumns = 3;
+constexpr int kSheetDivisor = 3;  // sheet tiles are a third of the frame
+constexpr int kSheetGap = 6;
+
+struct Timing {
+  std::string stage;
+  double ms;
+};
+
+double Median(std::vector<double> values) {
+  std::sort(values.begin(), values.end());
+  return values[values.size() / 2];
+}
+
+// Tiles in reading order, kSheetColumns a row, on a white background.
+Image MakeSheet(const std::vector<const Image*>& tiles) {
+  const int tile_w = std::max(2, tiles[0]->width / kSheetDivisor);
+  const int tile_h = std::max(2, tiles[0]->height / kSheetDivisor);
+  const int columns = std::min<int>(kSheetColumns, static_cast<int>(tiles.size()));
+  const int rows = (static_cast<int>(tiles.size()) + columns - 1) / columns;
+  Image sheet(columns * tile_w + (columns + 1) * kSheetGap, rows * tile_h + (rows + 1) * kSheetGap,
+              4);
+  std::fill(sheet.pixels.begin(), sheet.pixels.end(), 255);
+  for (size_t i = 0; i < tiles.size(); ++i) {
+    const Image small = ResizeRgba(*tiles[i], tile_w, tile_h);
+    const int left = kSheetGap + static_cast<int>(i % columns) * (tile_w + kSheetGap);
+    const int top = kSheetGap + static_cast<int>(i / columns) * (tile_h + kSheetGap);
+    for (int y = 0; y < tile_h; ++y) {
+      std::memcpy(sheet.Row(top + y) + 4 * left, small.Row(y), 4 * static_cast<size_t>(tile_w));
+    }
+  }
+  return sheet;
+}
+
+Image GrayToRgba(const Image& gray) {
+  Image rgba(gray.width, gray.height, 4);
+  for (size_t i = 0; i < gray.pixels.size(); ++i) {
+    std::memset(&rgba.pixels[4 * i], gray.pixels[i], 3);
+    rgba.pixels[4 * i + 3] = 255;
+  }
+  return rgba;
+}
+
+void PrintTable(const std::vector<Timing>& timings) {
+  printf("%-34s %10s\n", "stage", "ms");
+  for (const Timing& t : timings) printf("%-34s %10.3f\n", t.stage.c_str(), t.ms);
+}
+
+}  // namespace
+
+int RunDemo(const std::vector<std::string>& args) {
+  const Options options("demo", args, {"--out", "--size", "--scale", "--level"}, {"--verbose"});
+  const std::string out_dir = options.GetOr("--out", "out/demo");
+  const Size size = options.SizeOr("--size", kDefaultSize);
+  if (size.width % 2 != 0 || size.height % 2 != 0) {
+    throw InputError("--size must have an even width and height for NV21 frames");
+  }
+  const int level = options.LevelOr("--level", kDefaultLevel);
+  std::vector<int> scales = {2, 4, 6, 8};
+  if (options.Has("--scale")) scales = {options.ScaleOr("--scale", 0)};
+
+  // Every size and factor is checked before anything is written.
+  std::vector<std::pair<int, std::unique_ptr<BlurSession>>> sessions;
+  std::vector<Timing> timings;
+  for (int scale : scales) {
+    const double t0 = NowMs();
+    std::unique_ptr<BlurSession> session = BlurSession::Open(size, scale, false);
+    if (!session) {
+      throw InputError("the library does not accept a " + std::to_string(size.width) + "x" +
+                       std::to_string(size.height) + " frame at scale " + std::to_string(scale));
+    }
+    timings.push_back({"DofraInit x" + std::to_string(scale), NowMs() - t0});
+    sessions.emplace_back(scale, std::move(session));
+  }
+  MakeDirectories(out_dir);
+
+  double t0 = NowMs();
+  const Scene scene = MakeScene(size);
+  timings.insert(timings.begin(), {"scene " + std::to_string(size.width) + "x" +
+                                       std::to_string(size.height), NowMs() - t0});
+  const Size map_size = DefaultDisparitySize(size);
+  t0 = NowMs();
+  const Image disparity = ResizeGray(scene.disparity, map_size.width, map_size.height);
+  timings.push_back({"disparity map " + std::to_string(map_size.width) + "x" +
+                         std::to_string(map_size.height), NowMs() - t0});
+
+  t0 = NowMs();
+  WeightMapper mapper(size, map_size);
+  timings.push_back({"weight_init", NowMs() - t0});
+  mapper.SetDepth(SceneCalibration(), disparity);
+  t0 = NowMs();
+  if (!mapper.Compute(level, scene.focus)) {
+    throw InputError("the library refused the weight-map request (see --verbose)");
+  }
+  timings.push_back({"weight_async_process", NowMs() - t0});
+
+  std::vector<Image> outputs;
+  for (auto& entry : sessions) {
+    BlurSession& session = *entry.second;
+    t0 = NowMs();
+    RgbaToNv21(scene.picture, session.source());
+    session.PrimeDestination();
+    timings.push_back({"RGBA to NV21", NowMs() - t0});
+    session.SetWeights(mapper.weights());
+    std::vector<double> frame_ms;
+    for (int i = 0; i < kTimedFrames; ++i) {
+      t0 = NowMs();
+      if (!session.Blur()) throw std::runtime_error("DofraBlurImage failed");
+      frame_ms.push_back(NowMs() - t0);
+    }
+    timings.push_back({"DofraBlurImage x" + std::to_string(entry.first) + " (median of " +
+                           std::to_string(kTimedFrames) + ")",
+                       Median(frame_ms)});
+    t0 = NowMs();
+    outputs.push_back(Nv21ToRgba(session.destination(), size.width, size.height));
+    timings.push_back({"NV21 to RGBA", NowMs() - t0});
+  }
+
+  t0 = NowMs();
+  const Image weights = GrayToRgba(mapper.WeightPicture());
+  WritePng(out_dir + "/input.png", scene.picture);
+  WritePng(out_dir + "/weights.png", weights);
+  std::vector<const Image*> tiles = {&scene.picture, &weights};
+  for (size_t i = 0; i < outputs.size(); ++i) {
+    WritePng(out_dir + "/blur_x" + std::to_string(sessions[i].first) + ".png", outputs[i]);
+    tiles.push_back(&outputs[i]);
+  }
+  WritePng(out_dir + "/side_by_side.png", MakeSheet(tiles));
+  timings.push_back({"PNG files", NowMs() - t0});
+
+  printf("scene %dx%d, focus %d,%d, level %d; pictures in %s\n", size.width, size.height,
+         scene.focus.x, scene.focus.y, level, out_dir.c_str());
+  PrintTable(timings);
+  return 0;
+}
+
+}  // namespace dofra_tool

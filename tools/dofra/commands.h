@@ -1,0 +1,24 @@
+// The tool's commands; each takes the arguments after its name and returns
+// the exit status (bad input is thrown as InputError).
+#ifndef DOFRA_TOOLS_COMMANDS_H
+#define DOFRA_TOOLS_COMMANDS_H
+
+#include <chrono>
+#include <string>
+#include <vector>
+
+namespace dofra_tool {
+
+int RunDemo(const std::vector<std::string>& args);
+int RunBlur(const std::vector<std::string>& args);
+int RunBench(const std::vector<std::string>& args);
+
+// Milliseconds since an arbitrary start, for timing stages.
+inline double NowMs() {
+  using Clock = std::chrono::steady_clock;
+  return std::chrono::duration<double, std::milli>(Clock::now().time_since_epoch()).count();
+}
+
+}  // namespace dofra_tool
+
+#endif  // DOFRA_TOOLS_COMMANDS_H

@@ -1,0 +1,168 @@
+#include "engine.h"
+
+#include <android/log.h>
+#include <ui/GraphicBuffer.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cstddef>
+#include <cstring>
+#include <stdexcept>
+
+#include "convert.h"
+
+namespace dofra_tool {
+
+namespace {
+
+constexpr int kKernelSize = 5;     // what DofraInit forces in any case
+constexpr int kDisparityDiv = 8;   // frame pixels per disparity sample
+constexpr int kMaxPadding = 64;    // how far OpenNearest looks beyond a size
+constexpr int kFullWeight = 1024;
+constexpr uint32_t kFrameUsage =
+    android::GraphicBuffer::USAGE_SW_READ_OFTEN | android::GraphicBuffer::USAGE_SW_WRITE_OFTEN;
+
+std::atomic<bool> g_log_visible{false};
+
+void DropLine(int, const char*, const char*, void*) {}
+
+void ApplyLogSink(bool visible) { host_log_set_sink(visible ? nullptr : DropLine, nullptr); }
+
+DofraParams MakeParams(Size frame, Size disparity, int scale) {
+  DofraParams params{};
+  params.width = frame.width;
+  params.height = frame.height;
+  params.disparity_width = disparity.width;
+  params.disparity_height = disparity.height;
+  params.blur_kernel_size = kKernelSize;
+  params.scale_factor = scale;
+  params.weight_kernel_size = kKernelSize;
+  return params;
+}
+
+template <typename T>
+void PutField(std::vector<uint8_t>* block, size_t offset, T value) {
+  std::memcpy(block->data() + offset, &value, sizeof(value));
+}
+
+}  // namespace
+
+void SetLibraryLogVisible(bool visible) {
+  g_log_visible = visible;
+  ApplyLogSink(visible);
+}
+
+LogSilence::LogSilence() { ApplyLogSink(false); }
+LogSilence::~LogSilence() { ApplyLogSink(g_log_visible); }
+
+Size DefaultDisparitySize(Size frame) {
+  return Size{std::max(1, frame.width / kDisparityDiv), std::max(1, frame.height / kDisparityDiv)};
+}
+
+WeightMapper::WeightMapper(Size frame, Size disparity)
+    : frame_(frame),
+      disparity_(disparity),
+      depth_block_(DOFRA_DEPTH_HEADER_SIZE + static_cast<size_t>(disparity.width) * disparity.height),
+      weights_(static_cast<size_t>(frame.width) * frame.height) {
+  DofraParams params = MakeParams(frame, disparity, 0);
+  if (weight_init(&params, &record_) != 0) {
+    // A context that failed half way still holds what it allocated.
+    if (record_.weight != nullptr) weight_deinit(&record_);
+    throw InputError("the library refuses a " + std::to_string(frame.width) + "x" +
+                     std::to_string(frame.height) + " weight map from a " +
+                     std::to_string(disparity.width) + "x" + std::to_string(disparity.height) +
+                     " disparity map");
+  }
+}
+
+WeightMapper::~WeightMapper() { weight_deinit(&record_); }
+
+void WeightMapper::SetDepth(const Calibration& calib, const Image& disparity) {
+  std::fill(depth_block_.begin(), depth_block_.begin() + DOFRA_DEPTH_HEADER_SIZE, 0);
+  PutField(&depth_block_, offsetof(DepthData, calib_num), calib.calib_num);
+  PutField(&depth_block_, offsetof(DepthData, calib_den), calib.calib_den);
+  PutField(&depth_block_, offsetof(DepthData, map_scale_den), calib.map_scale_den);
+  PutField(&depth_block_, offsetof(DepthData, map_scale_num), calib.map_scale_num);
+  std::memcpy(depth_block_.data() + DOFRA_DEPTH_HEADER_SIZE, disparity.pixels.data(),
+              depth_block_.size() - DOFRA_DEPTH_HEADER_SIZE);
+}
+
+bool WeightMapper::Compute(int level, Point focus) {
+  WeightParams request{};
+  request.level = level;
+  request.focus_x = focus.x;
+  request.focus_y = focus.y;
+  request.depth = reinterpret_cast<DepthData*>(depth_block_.data());
+  return weight_async_process(&request, &record_, weights_.data()) == 0;
+}
+
+Image WeightMapper::WeightPicture() const {
+  Image picture(frame_.width, frame_.height, 1);
+  for (size_t i = 0; i < weights_.size(); ++i) {
+    const int w = std::min<int>(weights_[i], kFullWeight);
+    picture.pixels[i] = static_cast<uint8_t>((w * 255 + kFullWeight / 2) / kFullWeight);
+  }
+  return picture;
+}
+
+BlurSession::BlurSession(Size frame, DofraHandle* handle)
+    : frame_(frame),
+      handle_(handle),
+      src_(new android::GraphicBuffer(frame.width, frame.height,
+                                      android::HAL_PIXEL_FORMAT_YCrCb_420_SP, kFrameUsage)),
+      dst_(new android::GraphicBuffer(frame.width, frame.height,
+                                      android::HAL_PIXEL_FORMAT_YCrCb_420_SP, kFrameUsage)) {}
+
+std::unique_ptr<BlurSession> BlurSession::Open(Size frame, int scale, bool quiet) {
+  DofraParams params = MakeParams(frame, DefaultDisparitySize(frame), scale);
+  DofraHandle* handle = nullptr;
+  int result = 0;
+  {
+    std::unique_ptr<LogSilence> silence(quiet ? new LogSilence : nullptr);
+    result = DofraInit(&handle, &params);
+  }
+  // After a refusal the handle pointer names released memory: never use it.
+  if (result != 0) return nullptr;
+  return std::unique_ptr<BlurSession>(new BlurSession(frame, handle));
+}
+
+std::unique_ptr<BlurSession> BlurSession::OpenNearest(Size frame, int scale) {
+  const int w0 = frame.width + (frame.width & 1);
+  const int h0 = frame.height + (frame.height & 1);
+  std::vector<Size> candidates;
+  for (int dh = 0; dh <= kMaxPadding; dh += 2) {
+    for (int dw = 0; dw <= kMaxPadding; dw += 2) candidates.push_back(Size{w0 + dw, h0 + dh});
+  }
+  // Fewest added pixels first; among equals, the least lopsided padding.
+  std::stable_sort(candidates.begin(), candidates.end(), [&](const Size& a, const Size& b) {
+    const long long area_a = static_cast<long long>(a.width) * a.height;
+    const long long area_b = static_cast<long long>(b.width) * b.height;
+    if (area_a != area_b) return area_a < area_b;
+    return std::max(a.width - w0, a.height - h0) < std::max(b.width - w0, b.height - h0);
+  });
+  for (const Size& size : candidates) {
+    std::unique_ptr<BlurSession> session = Open(size, scale, true);
+    if (session) return session;
+  }
+  return nullptr;
+}
+
+BlurSession::~BlurSession() { DofraDeinit(handle_); }
+
+uint8_t* BlurSession::source() { return src_->hostData(); }
+uint8_t* BlurSession::destination() { return dst_->hostData(); }
+
+void BlurSession::PrimeDestination() {
+  std::memcpy(dst_->hostData(), src_->hostData(), Nv21Bytes(frame_.width, frame_.height));
+}
+
+void BlurSession::SetWeights(uint16_t* weights) {
+  info_.weight_map = weights;
+  if (DofraCreateWeightMap(handle_, &info_) != 0) {
+    throw std::runtime_error("the library did not take the weight map");
+  }
+}
+
+bool BlurSession::Blur() { return DofraBlurImage(handle_, src_.get(), dst_.get()) == 0; }
+
+}  // namespace dofra_tool

@@ -1,0 +1,99 @@
+// The tool's use of the library, exactly as a camera host drives it: a blur
+// handle per frame size and factor, a weight context on a record of the
+// tool's own, NV21 frames in graphics buffers.
+#ifndef DOFRA_TOOLS_ENGINE_H
+#define DOFRA_TOOLS_ENGINE_H
+
+#include <dofra_depth.h>
+
+#include <memory>
+#include <vector>
+
+#include "cli.h"
+#include "image_io.h"
+
+namespace android {
+class GraphicBuffer;
+}
+
+namespace dofra_tool {
+
+// Shows the library's log lines on stderr (verbose) or drops them.
+void SetLibraryLogVisible(bool visible);
+
+// Drops the library's log lines for its lifetime (used while probing sizes).
+class LogSilence {
+ public:
+  LogSilence();
+  ~LogSilence();
+  LogSilence(const LogSilence&) = delete;
+  LogSilence& operator=(const LogSilence&) = delete;
+};
+
+// The disparity map size the tool gives a frame: one sample per 8 x 8 pixels.
+Size DefaultDisparitySize(Size frame);
+
+// A weight context hung on a zero-filled handle record of the tool's own,
+// so it never touches (or leaks) the blank context of a blur handle.
+class WeightMapper {
+ public:
+  // Throws InputError when the library refuses the sizes.
+  WeightMapper(Size frame, Size disparity);
+  ~WeightMapper();
+  WeightMapper(const WeightMapper&) = delete;
+  WeightMapper& operator=(const WeightMapper&) = delete;
+
+  // The depth block: calibration header followed by dW x dH disparity bytes.
+  void SetDepth(const Calibration& calib, const Image& disparity);
+  // Computes the W x H map into weights(); false when the library refuses.
+  bool Compute(int level, Point focus);
+
+  uint16_t* weights() { return weights_.data(); }
+  // The weights as an 8-bit picture: 0 black (sharp) .. 1024 white (blurred).
+  Image WeightPicture() const;
+
+ private:
+  Size frame_;
+  Size disparity_;
+  DofraHandle record_{};
+  std::vector<uint8_t> depth_block_;
+  std::vector<uint16_t> weights_;
+};
+
+// A blur handle with its source and destination frames.
+class BlurSession {
+ public:
+  // nullptr when DofraInit refuses the size or factor. quiet drops the
+  // library's log lines for the attempt.
+  static std::unique_ptr<BlurSession> Open(Size frame, int scale, bool quiet);
+  // The smallest size at least `frame` (both sides even) that the library
+  // accepts at this factor, opened; nullptr if none is near.
+  static std::unique_ptr<BlurSession> OpenNearest(Size frame, int scale);
+  ~BlurSession();
+  BlurSession(const BlurSession&) = delete;
+  BlurSession& operator=(const BlurSession&) = delete;
+
+  Size frame() const { return frame_; }
+  uint8_t* source();
+  uint8_t* destination();
+  // Copies the source frame into the destination, so rows the blur leaves
+  // alone read as sharp.
+  void PrimeDestination();
+
+  void SetWeights(uint16_t* weights);
+  // One frame through DofraBlurImage; false when the library refuses.
+  bool Blur();
+
+ private:
+  BlurSession(Size frame, DofraHandle* handle);
+
+  Size frame_;
+  DofraHandle* handle_;
+  DofraWeightMapInfo info_{};
+  std::unique_ptr<android::GraphicBuffer> src_;
+  std::unique_ptr<android::GraphicBuffer> dst_;
+};
+
+}  // namespace dofra_tool
+
+#endif  // DOFRA_TOOLS_ENGINE_H
