@@ -96,8 +96,7 @@ int DofraCreateWeightMap(DofraHandle* handle, DofraWeightMapInfo* info) {
   return 0;
 }
 
-int DofraBlurImage(DofraHandle* handle, android::GraphicBuffer* src,
-                   android::GraphicBuffer* dst) {
+int DofraBlurImage(DofraHandle* handle, android::GraphicBuffer* src, android::GraphicBuffer* dst) {
   const double t0 = getTime();
   if (handle == nullptr) {
     DOFRA_LOG(139, "DofraBlurImage", "invalid handle\n");

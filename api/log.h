@@ -10,8 +10,8 @@
 #define DOFRA_LOG_TAG "Vellora-v1.1.0"
 #define DOFRA_LOG_PRIORITY 3
 
-#define DOFRA_LOG(line, func, fmt, ...)                                      \
-  __android_log_print(DOFRA_LOG_PRIORITY, DOFRA_LOG_TAG, "L %d, %s: " fmt, \
-                      (line), (func), ##__VA_ARGS__)
+#define DOFRA_LOG(line, func, fmt, ...)                                                    \
+  __android_log_print(DOFRA_LOG_PRIORITY, DOFRA_LOG_TAG, "L %d, %s: " fmt, (line), (func), \
+                      ##__VA_ARGS__)
 
 #endif  // DOFRA_API_LOG_H

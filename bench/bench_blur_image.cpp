@@ -8,8 +8,8 @@
 #include <benchmark/benchmark.h>
 #include <ui/GraphicBuffer.h>
 
-#include <memory>
 #include <cstring>
+#include <memory>
 #include <random>
 #include <vector>
 
@@ -82,9 +82,16 @@ void Pipeline_DofraBlurImage(benchmark::State& state, int w, int h, int scale, b
 // The same kernels on the caller's thread, one band per plane.
 struct SingleBand {
   SingleBand(int w, int h, int scale)
-      : W(w), H(h), sw(w / scale), sh(h / scale), i(scale - kMinScaleFactor),
-        kernel(kKernel, 1024 / kKernel), tmp(size_t(h) * sw * 3 / 2), small(size_t(sw) * sh * 3 / 2),
-        smooth(small.size()), pad_y(size_t(sw + 2 * kRadius) * (sh + 2 * kRadius)),
+      : W(w),
+        H(h),
+        sw(w / scale),
+        sh(h / scale),
+        i(scale - kMinScaleFactor),
+        kernel(kKernel, 1024 / kKernel),
+        tmp(size_t(h) * sw * 3 / 2),
+        small(size_t(sw) * sh * 3 / 2),
+        smooth(small.size()),
+        pad_y(size_t(sw + 2 * kRadius) * (sh + 2 * kRadius)),
         pad_uv(size_t(sw + 4 * kRadius) * (sh / 2 + 2 * kRadius)),
         integral(size_t(sw + 4 * kRadius) * (sh + 2 * kRadius + 1) * 4) {}
 
@@ -96,12 +103,12 @@ struct SingleBand {
     t.smooth_y(small.data(), pad_y.data(), smooth.data(), sw, sh, kernel.data(), r, r,
                integral.data(), 0, sh - 1);
     t.blend_y[i](src, W, H, sw, sh, weights, smooth.data(), dst, 0, H / 2 * 2 - 1);
-    t.shrink_uv[i](src + luma, small.data() + small_luma, tmp.data() + size_t(H) * sw, W, H / 2,
-                   sw, shc, 0, shc - 1);
+    t.shrink_uv[i](src + luma, small.data() + small_luma, tmp.data() + size_t(H) * sw, W, H / 2, sw,
+                   shc, 0, shc - 1);
     t.smooth_uv(small.data() + small_luma, pad_uv.data(), smooth.data() + small_luma, sw, shc,
                 kernel.data(), r, r, integral.data(), 0, shc - 1);
-    t.blend_uv[i](src + luma, W, H / 2, sw, shc, weights, smooth.data() + small_luma, dst + luma,
-                  0, H / 4 * 2 - 1);
+    t.blend_uv[i](src + luma, W, H / 2, sw, shc, weights, smooth.data() + small_luma, dst + luma, 0,
+                  H / 4 * 2 - 1);
   }
   int W, H, sw, sh, i;
   std::vector<uint16_t> kernel;
@@ -178,8 +185,8 @@ void RegisterAll() {
   struct Case {
     int w, h, scale;
   };
-  const Case cases[] = {{1920, 1080, 2}, {1920, 1080, 4}, {1920, 1080, 6}, {1920, 1080, 8},
-                        {3840, 2160, 4}};
+  const Case cases[] = {
+      {1920, 1080, 2}, {1920, 1080, 4}, {1920, 1080, 6}, {1920, 1080, 8}, {3840, 2160, 4}};
   for (bool cold : {false, true}) {
     const char* temp = cold ? "cold" : "hot";
     for (const Case& c : cases) {
@@ -187,19 +194,23 @@ void RegisterAll() {
       const std::string tag = size + "/x" + std::to_string(c.scale) + "/" + temp;
       benchmark::RegisterBenchmark(("Pipeline_DofraBlurImage/" + tag + "/out_of_place").c_str(),
                                    Pipeline_DofraBlurImage, c.w, c.h, c.scale, cold, false)
-          ->Unit(benchmark::kMillisecond)->UseRealTime();
+          ->Unit(benchmark::kMillisecond)
+          ->UseRealTime();
       benchmark::RegisterBenchmark(("Pipeline_DofraBlurImage/" + tag + "/in_place").c_str(),
                                    Pipeline_DofraBlurImage, c.w, c.h, c.scale, cold, true)
-          ->Unit(benchmark::kMillisecond)->UseRealTime();
-      benchmark::RegisterBenchmark(("Pipeline_SingleThread/" + tag).c_str(),
-                                   Pipeline_SingleThread, c.w, c.h, c.scale, cold)
-          ->Unit(benchmark::kMillisecond)->UseRealTime();
+          ->Unit(benchmark::kMillisecond)
+          ->UseRealTime();
+      benchmark::RegisterBenchmark(("Pipeline_SingleThread/" + tag).c_str(), Pipeline_SingleThread,
+                                   c.w, c.h, c.scale, cold)
+          ->Unit(benchmark::kMillisecond)
+          ->UseRealTime();
     }
     for (const Case& c : {cases[0], cases[4]}) {
       const std::string tag = std::to_string(c.w) + "x" + std::to_string(c.h) + "/" + temp;
       benchmark::RegisterBenchmark(("Pipeline_MemoryFloor/" + tag).c_str(), Pipeline_MemoryFloor,
                                    c.w, c.h, cold)
-          ->Unit(benchmark::kMillisecond)->UseRealTime();
+          ->Unit(benchmark::kMillisecond)
+          ->UseRealTime();
     }
   }
 }

@@ -12,7 +12,7 @@ namespace {
 
 constexpr int kWidth = 1920;
 constexpr int kHeight = 1080;
-constexpr int kRadius = 2;                        // kernel size 5
+constexpr int kRadius = 2;  // kernel size 5
 constexpr uint16_t kWeights[5] = {204, 204, 204, 204, 204};
 
 std::vector<uint8_t> RandomBytes(size_t n) {
@@ -79,10 +79,12 @@ BENCHMARK_CAPTURE(Copy, Smooth_memcpy_960x540, size_t{960} * 540);
 BENCHMARK_CAPTURE(Copy, Smooth_memcpy_480x270, size_t{480} * 270);
 BENCHMARK_CAPTURE(Copy, Smooth_memcpy_320x180, size_t{320} * 180);
 BENCHMARK_CAPTURE(Copy, Smooth_memcpy_240x135, size_t{240} * 135);
-#define DOFRA_BENCH_SMOOTH(s)                                                                    \
-  BENCHMARK_CAPTURE(Smooth, Smooth_Y_neon_x##s, __GaussianSmoothImage_Y_integral_image_neon, s, 1); \
-  BENCHMARK_CAPTURE(Smooth, Smooth_Y_c_x##s, __GaussianSmoothImage_Y_integral_image_c, s, 1);       \
-  BENCHMARK_CAPTURE(Smooth, Smooth_UV_neon_x##s, __GaussianSmoothImage_UV_integral_image_neon, s, 2); \
+#define DOFRA_BENCH_SMOOTH(s)                                                                     \
+  BENCHMARK_CAPTURE(Smooth, Smooth_Y_neon_x##s, __GaussianSmoothImage_Y_integral_image_neon, s,   \
+                    1);                                                                           \
+  BENCHMARK_CAPTURE(Smooth, Smooth_Y_c_x##s, __GaussianSmoothImage_Y_integral_image_c, s, 1);     \
+  BENCHMARK_CAPTURE(Smooth, Smooth_UV_neon_x##s, __GaussianSmoothImage_UV_integral_image_neon, s, \
+                    2);                                                                           \
   BENCHMARK_CAPTURE(Smooth, Smooth_UV_c_x##s, __GaussianSmoothImage_UV_integral_image_c, s, 2)
 DOFRA_BENCH_SMOOTH(2);
 DOFRA_BENCH_SMOOTH(4);

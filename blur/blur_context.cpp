@@ -83,9 +83,8 @@ int blur_init(DofraParams* params, DofraHandle* handle) {
       {&ctx->input_tmp_uv, Mul32(pad_w_uv, sh / 2 + 2 * r), 75, "input_tmp_uv malloc error\n"},
       {&ctx->tempim_y, Mul32(Mul32(pad_w_y, sh + 2 * r + 1), kIntegralBytes * kIntegralBands), 82,
        "tempim_y malloc error\n"},
-      {&ctx->tempim_uv,
-       Mul32(Mul32(pad_w_uv, sh / 2 + 2 * r + 1), kIntegralBytes * kIntegralBands), 89,
-       "tempim_uv malloc error\n"},
+      {&ctx->tempim_uv, Mul32(Mul32(pad_w_uv, sh / 2 + 2 * r + 1), kIntegralBytes * kIntegralBands),
+       89, "tempim_uv malloc error\n"},
       {&ctx->smooth_img, ThreeHalves(sw, sh), 100, "smooth_img malloc error\n"},
   };
 
@@ -106,9 +105,9 @@ int blur_init(DofraParams* params, DofraHandle* handle) {
 int blur_deinit(DofraHandle* handle) {
   BlurContext* ctx = handle->blur;
   if (ctx == nullptr) return 0;  // blur_init refused or never ran
-  void* const owned[] = {ctx->kernel_weights, ctx->Src_copy,     ctx->XInterp_image,
-                         ctx->scale_img,      ctx->input_tmp_y,  ctx->input_tmp_uv,
-                         ctx->tempim_y,       ctx->tempim_uv,    ctx->smooth_img};
+  void* const owned[] = {ctx->kernel_weights, ctx->Src_copy,    ctx->XInterp_image,
+                         ctx->scale_img,      ctx->input_tmp_y, ctx->input_tmp_uv,
+                         ctx->tempim_y,       ctx->tempim_uv,   ctx->smooth_img};
   for (void* p : owned) {
     if (p != nullptr) free(p);
   }
@@ -147,8 +146,8 @@ void FillCommon(BandTask* t, const DofraHandle* handle, const BlurContext* ctx,
 void RunBand(BandTask* t, ShrinkFn shrink, SmoothFn smooth, BlendFn blend) {
   const int r = t->kernel_size / 2;
   const int y0 = t->small_first_row - r < 0 ? 0 : t->small_first_row - r;
-  const int y1 = t->small_last_row + r < t->small_height - 1 ? t->small_last_row + r
-                                                              : t->small_height - 1;
+  const int y1 =
+      t->small_last_row + r < t->small_height - 1 ? t->small_last_row + r : t->small_height - 1;
   shrink(t->source, t->small_plane, t->shrink_tmp, t->width, t->height, t->small_width,
          t->small_height, y0, y1);
   (void)getTime();

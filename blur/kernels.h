@@ -24,14 +24,15 @@ using BlendFn = void (*)(const uint8_t* src, int W, int H, int sw, int sh, const
 // Border expansion: (source, padded, w, h, r, first row, last row).
 using ExpandFn = void (*)(const uint8_t* src, uint8_t* dst, int w, int h, int r, int from, int to);
 
-#define DOFRA_SHRINK(name) \
-  void name(const uint8_t* src, uint8_t* small, uint8_t* tmp, int W, int H, int w, int h, int y0, int y1)
-#define DOFRA_SMOOTH(name)                                                                    \
-  void name(const uint8_t* src, uint8_t* expanded, uint8_t* dst, int W, int H,               \
+#define DOFRA_SHRINK(name)                                                                        \
+  void name(const uint8_t* src, uint8_t* small, uint8_t* tmp, int W, int H, int w, int h, int y0, \
+            int y1)
+#define DOFRA_SMOOTH(name)                                                                      \
+  void name(const uint8_t* src, uint8_t* expanded, uint8_t* dst, int W, int H,                  \
             const uint16_t* kernel_weights, int count, int r, uint8_t* integral, int row_start, \
             int row_end)
-#define DOFRA_BLEND(name)                                                                     \
-  void name(const uint8_t* src, int W, int H, int sw, int sh, const uint16_t* weights,        \
+#define DOFRA_BLEND(name)                                                              \
+  void name(const uint8_t* src, int W, int H, int sw, int sh, const uint16_t* weights, \
             const uint8_t* small, uint8_t* out, int first_row, int last_row)
 
 // Border expansion (blur/expand.cpp).

@@ -200,13 +200,14 @@ struct HorizontalTables<8> {
   static constexpr int kPairsPerLoad = 1;
 };
 
-inline __m128i Load16(const uint8_t* p) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p)); }
+inline __m128i Load16(const uint8_t* p) {
+  return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+}
 
 // Sums of the 4 output pairs whose groups start at g, g + gb, ... as 32-bit
 // lanes U, V, U, V (two vectors' worth packed by the caller).
 template <int kFactor>
-inline __m128i FourPairSums(const uint8_t* g, int gb, __m128i shuffle, __m128i taps,
-                            __m128i ones) {
+inline __m128i FourPairSums(const uint8_t* g, int gb, __m128i shuffle, __m128i taps, __m128i ones) {
   using T = HorizontalTables<kFactor>;
   auto partial = [&](const uint8_t* q) {
     return _mm_madd_epi16(_mm_maddubs_epi16(_mm_shuffle_epi8(Load16(q), shuffle), taps), ones);
@@ -264,8 +265,7 @@ void ShrinkPairVertical_SSE41(const uint8_t* top, uint8_t* dst, int n, int strid
         hi = _mm_add_epi16(hi, wh);
       }
     }
-    const __m128i out =
-        _mm_packus_epi16(_mm_srli_epi16(lo, kShift), _mm_srli_epi16(hi, kShift));
+    const __m128i out = _mm_packus_epi16(_mm_srli_epi16(lo, kShift), _mm_srli_epi16(hi, kShift));
     _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + x), out);
   }
   VerticalBytes_C<kFactor>(top, dst, x, n, stride);

@@ -48,7 +48,8 @@ using VerticalRowFn = void (*)(const uint8_t* rows, uint8_t* out, int begin, int
 template <int kFactor>
 void HorizontalRow_C(const uint8_t* src, uint8_t* out, int begin, int w, int cx) {
   const int x8 = w - w % kGroup;
-  for (int x = begin; x < w; ++x) out[x] = GroupMean<kFactor>(src + GroupStart<kFactor>(x, x8, cx), 1);
+  for (int x = begin; x < w; ++x)
+    out[x] = GroupMean<kFactor>(src + GroupStart<kFactor>(x, x8, cx), 1);
 }
 
 // `rows` is the first of kFactor intermediate rows, w bytes apart.
@@ -67,7 +68,9 @@ constexpr ShrinkRows kRows_C = {HorizontalRow_C<kFactor>, VerticalRow_C<kFactor>
 
 #if defined(__SSE4_1__)
 
-inline __m128i Load16(const uint8_t* p) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p)); }
+inline __m128i Load16(const uint8_t* p) {
+  return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+}
 inline void Store8(uint8_t* p, __m128i v) { _mm_storel_epi64(reinterpret_cast<__m128i*>(p), v); }
 
 // Eight 16-bit sums (< 2048) to eight rounded bytes.
@@ -135,7 +138,8 @@ void HorizontalRow_SSE41(const uint8_t* src, uint8_t* out, int begin, int w, int
   int x = begin;
   if (kFactor == 2) {
     for (; x + 2 * kGroup <= x8; x += 2 * kGroup) {
-      const __m128i v = _mm_packus_epi16(Halve16(Load16(src + 2 * x)), Halve16(Load16(src + 2 * x + 16)));
+      const __m128i v =
+          _mm_packus_epi16(Halve16(Load16(src + 2 * x)), Halve16(Load16(src + 2 * x + 16)));
       _mm_storeu_si128(reinterpret_cast<__m128i*>(out + x), v);
     }
   }
@@ -218,8 +222,8 @@ enum class Rows { kScalar, kBest };
 // Horizontal pass over source rows ry*y0 .. ry*y1 + s - 1, then vertical pass
 // over small rows y0..y1. Factors 6 and 8 also skip both passes when w < 1.
 template <int kFactor>
-void Shrink(Rows which, const uint8_t* src, uint8_t* small, uint8_t* tmp, int W, int H, int w, int h,
-            int y0, int y1) {
+void Shrink(Rows which, const uint8_t* src, uint8_t* small, uint8_t* tmp, int W, int H, int w,
+            int h, int y0, int y1) {
   const int cx = W / w;
   const int ry = H / h;
   const ShrinkRows rows = which == Rows::kScalar ? kRows_C<kFactor> : BestRows<kFactor>(cx);
@@ -234,11 +238,23 @@ void Shrink(Rows which, const uint8_t* src, uint8_t* small, uint8_t* tmp, int W,
 
 }  // namespace
 
-DOFRA_SHRINK(__BiLinearInterp_Y_x2_neon) { Shrink<2>(Rows::kBest, src, small, tmp, W, H, w, h, y0, y1); }
-DOFRA_SHRINK(__BiLinearInterp_Y_x2_c) { Shrink<2>(Rows::kScalar, src, small, tmp, W, H, w, h, y0, y1); }
-DOFRA_SHRINK(__BiLinearInterp_Y_x4_neon) { Shrink<4>(Rows::kBest, src, small, tmp, W, H, w, h, y0, y1); }
-DOFRA_SHRINK(__BiLinearInterp_Y_x4_c) { Shrink<4>(Rows::kScalar, src, small, tmp, W, H, w, h, y0, y1); }
+DOFRA_SHRINK(__BiLinearInterp_Y_x2_neon) {
+  Shrink<2>(Rows::kBest, src, small, tmp, W, H, w, h, y0, y1);
+}
+DOFRA_SHRINK(__BiLinearInterp_Y_x2_c) {
+  Shrink<2>(Rows::kScalar, src, small, tmp, W, H, w, h, y0, y1);
+}
+DOFRA_SHRINK(__BiLinearInterp_Y_x4_neon) {
+  Shrink<4>(Rows::kBest, src, small, tmp, W, H, w, h, y0, y1);
+}
+DOFRA_SHRINK(__BiLinearInterp_Y_x4_c) {
+  Shrink<4>(Rows::kScalar, src, small, tmp, W, H, w, h, y0, y1);
+}
 DOFRA_SHRINK(__BiLinearInterp_Y_x6) { Shrink<6>(Rows::kBest, src, small, tmp, W, H, w, h, y0, y1); }
-DOFRA_SHRINK(__BiLinearInterp_Y_x6_c) { Shrink<6>(Rows::kScalar, src, small, tmp, W, H, w, h, y0, y1); }
+DOFRA_SHRINK(__BiLinearInterp_Y_x6_c) {
+  Shrink<6>(Rows::kScalar, src, small, tmp, W, H, w, h, y0, y1);
+}
 DOFRA_SHRINK(__BiLinearInterp_Y_x8) { Shrink<8>(Rows::kBest, src, small, tmp, W, H, w, h, y0, y1); }
-DOFRA_SHRINK(__BiLinearInterp_Y_x8_c) { Shrink<8>(Rows::kScalar, src, small, tmp, W, H, w, h, y0, y1); }
+DOFRA_SHRINK(__BiLinearInterp_Y_x8_c) {
+  Shrink<8>(Rows::kScalar, src, small, tmp, W, H, w, h, y0, y1);
+}

@@ -178,8 +178,10 @@ void BoxRow_SSE41(const uint32_t* top, const uint32_t* bottom, uint8_t* dst, int
 template <int kLead>
 SmoothRows BestRows(int r, uint32_t w) {
   if (r <= kNarrowMaxRadius && w <= kNarrowMaxWeight)
-    return {IntegralRow_SSE41<kLead>, BoxRow_SSE41<kLead, false, true>, BoxRow_SSE41<kLead, true, true>};
-  return {IntegralRow_SSE41<kLead>, BoxRow_SSE41<kLead, false, false>, BoxRow_SSE41<kLead, true, false>};
+    return {IntegralRow_SSE41<kLead>, BoxRow_SSE41<kLead, false, true>,
+            BoxRow_SSE41<kLead, true, true>};
+  return {IntegralRow_SSE41<kLead>, BoxRow_SSE41<kLead, false, false>,
+          BoxRow_SSE41<kLead, true, false>};
 }
 
 #else
@@ -229,20 +231,20 @@ void Smooth(const SmoothRows rows, ExpandFn expand, const uint8_t* src, uint8_t*
 // weights define the filter.
 DOFRA_SMOOTH(__GaussianSmoothImage_Y_integral_image_neon) {
   (void)count;
-  Smooth<1>(BestRows<1>(r, kernel_weights[0]), __ExpandY, src, expanded, dst, W, H, kernel_weights, r, integral,
-            row_start, row_end);
+  Smooth<1>(BestRows<1>(r, kernel_weights[0]), __ExpandY, src, expanded, dst, W, H, kernel_weights,
+            r, integral, row_start, row_end);
 }
 
 DOFRA_SMOOTH(__GaussianSmoothImage_Y_integral_image_c) {
   (void)count;
-  Smooth<1>(kRows_C<1>, __ExpandY, src, expanded, dst, W, H, kernel_weights, r, integral,
-            row_start, row_end);
+  Smooth<1>(kRows_C<1>, __ExpandY, src, expanded, dst, W, H, kernel_weights, r, integral, row_start,
+            row_end);
 }
 
 DOFRA_SMOOTH(__GaussianSmoothImage_UV_integral_image_neon) {
   (void)count;
-  Smooth<2>(BestRows<2>(r, kernel_weights[0]), __ExpandUV, src, expanded, dst, W, H, kernel_weights, r, integral,
-            row_start, row_end);
+  Smooth<2>(BestRows<2>(r, kernel_weights[0]), __ExpandUV, src, expanded, dst, W, H, kernel_weights,
+            r, integral, row_start, row_end);
 }
 
 DOFRA_SMOOTH(__GaussianSmoothImage_UV_integral_image_c) {

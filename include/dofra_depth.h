@@ -29,13 +29,13 @@ struct WeightContext;
 // Filled by the host. DofraInit writes 5 into blur_kernel_size and
 // weight_kernel_size of the caller's record before anything reads them.
 struct DofraParams {
-  int32_t width;             // frame width W, also the row stride of both planes
-  int32_t height;            // frame height H
-  int32_t disparity_width;   // disparity map width (weight_init)
-  int32_t disparity_height;  // disparity map height (weight_init)
-  int32_t blur_kernel_size;  // overwritten with 5 by DofraInit
-  int32_t weight_extra;      // kept in the weight context, never used
-  int32_t scale_factor;      // blur shrink factor: 2, 4, 6 or 8
+  int32_t width;               // frame width W, also the row stride of both planes
+  int32_t height;              // frame height H
+  int32_t disparity_width;     // disparity map width (weight_init)
+  int32_t disparity_height;    // disparity map height (weight_init)
+  int32_t blur_kernel_size;    // overwritten with 5 by DofraInit
+  int32_t weight_extra;        // kept in the weight context, never used
+  int32_t scale_factor;        // blur shrink factor: 2, 4, 6 or 8
   int32_t weight_kernel_size;  // overwritten with 5 by DofraInit
 };
 
@@ -139,8 +139,7 @@ DOFRA_EXPORT int weight_deinit(DofraHandle* handle);
 // thread. Refuses (1, out untouched) null pointers, a handle without a
 // context from weight_init, a level outside 1..20, a focus point outside the
 // frame, and calibrations that divide by zero or leave the 32-bit range.
-DOFRA_EXPORT int weight_async_process(WeightParams* request, DofraHandle* handle,
-                                      uint16_t* out);
+DOFRA_EXPORT int weight_async_process(WeightParams* request, DofraHandle* handle, uint16_t* out);
 
 }  // extern "C"
 

@@ -181,8 +181,8 @@ int pool_destroy(CThread_pool* pool) {
     if (pool->thread_creatflag[i] != 1) continue;
     const int err = pthread_join(pool->threadid[i], nullptr);
     if (err != 0) {
-      DOFRA_LOG(239, "pool_destroy", "pthread_join fail: %s , i:%d , threadid:%d\n",
-                strerror(err), i, static_cast<int>(pool->threadid[i]));
+      DOFRA_LOG(239, "pool_destroy", "pthread_join fail: %s , i:%d , threadid:%d\n", strerror(err),
+                i, static_cast<int>(pool->threadid[i]));
       result = -1;
     }
   }

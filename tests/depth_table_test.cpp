@@ -74,10 +74,10 @@ INSTANTIATE_TEST_SUITE_P(
     Ranges, Calibration,
     ::testing::Values(CalibCase{1572864000, 524288, 1280, 320, true},
                       CalibCase{0, 1, 1, 65535, true},
-                      CalibCase{1572864000, 524288, 0, 320, false},  // M = 0
-                      CalibCase{1572864000, 0, 1280, 320, false},    // B = 0
-                      CalibCase{INT32_MIN, 1, 1, 65535, false},      // K ~ 5.6e13
-                      CalibCase{INT32_MAX, 1000, 1, 65535, false},   // K ~ 5.6e10
+                      CalibCase{1572864000, 524288, 0, 320, false},    // M = 0
+                      CalibCase{1572864000, 0, 1280, 320, false},      // B = 0
+                      CalibCase{INT32_MIN, 1, 1, 65535, false},        // K ~ 5.6e13
+                      CalibCase{INT32_MAX, 1000, 1, 65535, false},     // K ~ 5.6e10
                       CalibCase{INT32_MAX, 100000, 1, 65535, true}));  // K ~ 5.6e8
 
 // --- ranged disparity ---
@@ -135,13 +135,12 @@ TEST_P(MinMaxRule, TailRuleKept) {
 }
 INSTANTIATE_TEST_SUITE_P(
     Cases, MinMaxRule,
-    ::testing::Values(MinMaxCase{{100}, 100, 0}, MinMaxCase{{}, 255, 0},
-                      MinMaxCase{{50, 40, 30}, 30, 0},   // each byte lowers the minimum
-                      MinMaxCase{{30, 40, 50}, 30, 50},  // then the maximum rises
-                      // 16 bytes of 9, then a tail byte 3: body gives 9..9.
-                      MinMaxCase{std::vector<uint8_t>{9, 9, 9, 9, 9, 9, 9, 9, 9, 9, 9, 9, 9, 9,
-                                                      9, 9, 3},
-                                 3, 9}));
+    ::testing::Values(
+        MinMaxCase{{100}, 100, 0}, MinMaxCase{{}, 255, 0},
+        MinMaxCase{{50, 40, 30}, 30, 0},   // each byte lowers the minimum
+        MinMaxCase{{30, 40, 50}, 30, 50},  // then the maximum rises
+        // 16 bytes of 9, then a tail byte 3: body gives 9..9.
+        MinMaxCase{std::vector<uint8_t>{9, 9, 9, 9, 9, 9, 9, 9, 9, 9, 9, 9, 9, 9, 9, 9, 3}, 3, 9}));
 
 TEST(MinMax, VectorMatchesScalarOnRandomSizesAndAlignments) {
   std::mt19937 rng(1234);
@@ -211,8 +210,8 @@ INSTANTIATE_TEST_SUITE_P(
     Images, RangeSearch,
     ::testing::Values(
         // threshold 300: 255 (one pixel) skipped downward, range 10..200.
-        RangeCase{"two_levels_and_outlier", Filled({{12800, 10}, {12799, 200}, {1, 255}}), 10,
-                  255, 10, 200},
+        RangeCase{"two_levels_and_outlier", Filled({{12800, 10}, {12799, 200}, {1, 255}}), 10, 255,
+                  10, 200},
         // 12 - 10 < 4: the min/max range stays.
         RangeCase{"too_narrow", Filled({{12800, 10}, {12800, 12}}), 10, 12, 10, 12},
         // every bin 100 < 300: nothing changes.

@@ -80,7 +80,8 @@ INSTANTIATE_TEST_SUITE_P(LumaAndChroma, ExpandRandom, ::testing::Bool());
 TEST(ExpandY, BottomBandOfSmallPlane) {
   const int w = 5, h = 270, r = 2, stride = w + 2 * r;
   std::vector<uint8_t> src(static_cast<size_t>(w) * h);
-  for (int y = 0; y < h; ++y) std::fill_n(&src[static_cast<size_t>(y) * w], w, static_cast<uint8_t>(y));
+  for (int y = 0; y < h; ++y)
+    std::fill_n(&src[static_cast<size_t>(y) * w], w, static_cast<uint8_t>(y));
   std::vector<uint8_t> dst(static_cast<size_t>(stride) * (h + 2 * r), kUntouched);
   __ExpandY(src.data(), dst.data(), w, h, r, 134, 269);
   auto at = [&](int p) { return dst[static_cast<size_t>(p) * stride + r]; };

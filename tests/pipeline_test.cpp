@@ -42,8 +42,9 @@ void BlurOneBandPerPlane(const BlurKernelTable& table, int scale, const uint8_t*
   table.blend_y[i](src, W, H, sw, sh, weights, smooth.data(), dst, 0, H / 2 * 2 - 1);
 
   const size_t luma = static_cast<size_t>(W) * H;
-  std::vector<uint8_t> tmp_uv(static_cast<size_t>(H / 2) * sw), small_uv(static_cast<size_t>(sw) * shc),
-      smooth_uv(small_uv.size()), pad_uv(static_cast<size_t>(sw + 4 * r) * (shc + 2 * r)),
+  std::vector<uint8_t> tmp_uv(static_cast<size_t>(H / 2) * sw),
+      small_uv(static_cast<size_t>(sw) * shc), smooth_uv(small_uv.size()),
+      pad_uv(static_cast<size_t>(sw + 4 * r) * (shc + 2 * r)),
       integral_uv(static_cast<size_t>(sw + 4 * r) * (shc + 2 * r + 1) * 4);
   table.shrink_uv[i](src + luma, small_uv.data(), tmp_uv.data(), W, H / 2, sw, shc, 0, shc - 1);
   table.smooth_uv(small_uv.data(), pad_uv.data(), smooth_uv.data(), sw, shc, kernel.data(), r, r,
@@ -53,7 +54,8 @@ void BlurOneBandPerPlane(const BlurKernelTable& table, int scale, const uint8_t*
 }
 
 struct Input {
-  Input(int w, int h, uint32_t seed) : width(w), height(h), frame(size_t(w) * h * 3 / 2), weights(size_t(w) * h) {
+  Input(int w, int h, uint32_t seed)
+      : width(w), height(h), frame(size_t(w) * h * 3 / 2), weights(size_t(w) * h) {
     std::mt19937 rng(seed);
     FillRandom(frame.data(), frame.size(), rng);
     FillRandomWeights(weights.data(), weights.size(), rng);

@@ -167,7 +167,8 @@ TEST(PoolTest, MoreWorkersThanArgumentSlotsAreRefused) {
   CThread_pool* pool = nullptr;
   EXPECT_EQ(pool_init(&pool, 5), -1);
   EXPECT_EQ(pool, nullptr);
-  EXPECT_EQ(log.Texts(), std::vector<std::string>{"L 96, pool_init: can't start 5 workers, at most 4\n"});
+  EXPECT_EQ(log.Texts(),
+            std::vector<std::string>{"L 96, pool_init: can't start 5 workers, at most 4\n"});
 }
 
 TEST(PoolTest, DestroyOnAPoolAlreadyShuttingDownReleasesNothing) {

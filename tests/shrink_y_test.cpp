@@ -84,7 +84,8 @@ void Check(const Member& m, const Case& c, const std::vector<uint8_t>& src, size
       ASSERT_EQ(vec.small[i], written ? ref.small[i] : 1) << "D row " << y << " x " << x;
       ASSERT_EQ(ref.small[i], written ? ref.small[i] : 101);
       if (written && step_is_factor) {
-        ASSERT_EQ(ref.small[i], Mean(m.factor, &direct_tmp[static_cast<size_t>(ry) * y * c.w + x], c.w));
+        ASSERT_EQ(ref.small[i],
+                  Mean(m.factor, &direct_tmp[static_cast<size_t>(ry) * y * c.w + x], c.w));
       }
     }
   }

@@ -38,8 +38,8 @@ uint8_t DirectBox(const Case& c, const std::vector<uint8_t>& src, int y, int x) 
 
 // Runs one member with its scratch and destination prefilled with `fill`;
 // checks the guards and returns the destination.
-std::vector<uint8_t> RunSmooth(SmoothFn fn, const Case& c, const std::vector<uint8_t>& src, uint8_t fill,
-                         size_t offset) {
+std::vector<uint8_t> RunSmooth(SmoothFn fn, const Case& c, const std::vector<uint8_t>& src,
+                               uint8_t fill, size_t offset) {
   const int P = c.W + 2 * c.r * Lead(c);
   GuardedBytes in(src.size(), 0, offset);
   std::copy(src.begin(), src.end(), in.data());
@@ -104,9 +104,10 @@ TEST_P(SmoothRandom, MatchesScalarAndDirectBox) {
     const uint16_t w = static_cast<uint16_t>(1024 / std::max(count, 1));
     const int W = lead * std::uniform_int_distribution<int>(1, 70)(rng);
     const int H = std::uniform_int_distribution<int>(2 * r + 1, 30)(rng);
-    const int y0 = i % 3 == 0 ? 0 : std::uniform_int_distribution<int>(std::min(r, H - 1), H - 1)(rng);
-    const int y1 = i % 4 == 0 ? H - 1
-                              : std::uniform_int_distribution<int>(y0, std::max(y0, H - 1 - r))(rng);
+    const int y0 =
+        i % 3 == 0 ? 0 : std::uniform_int_distribution<int>(std::min(r, H - 1), H - 1)(rng);
+    const int y1 =
+        i % 4 == 0 ? H - 1 : std::uniform_int_distribution<int>(y0, std::max(y0, H - 1 - r))(rng);
     const Case c{pairs, W, H, r, y0, std::min(y1, H - 1), w};
     Check(c, Image(c, rng, i % 10 == 1 ? 1 : i % 10 == 2 ? 2 : 0), i % 5);
   }
@@ -142,7 +143,8 @@ TEST(Smooth, UniformWhiteRounding) {
       const std::vector<uint8_t> src(24 * 12, 255);
       for (SmoothFn fn : {Vector(c), Scalar(c)}) {
         const auto out = RunSmooth(fn, c, src, 0, 0);
-        EXPECT_TRUE(std::all_of(out.begin(), out.end(), [&](uint8_t v) { return v == expected.second; }));
+        EXPECT_TRUE(
+            std::all_of(out.begin(), out.end(), [&](uint8_t v) { return v == expected.second; }));
       }
     }
   }

@@ -1,4 +1,6 @@
 // weight_init / weight_deinit: sizes, kernel, ownership and refusals.
+#include "weight/weight_context.h"
+
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -6,7 +8,6 @@
 
 #include "dofra_depth.h"
 #include "support/log_capture.h"
-#include "weight/weight_context.h"
 
 namespace {
 
@@ -35,11 +36,11 @@ TEST_P(WeightInitSizes, BuffersKernelAndTotal) {
   EXPECT_EQ(ctx->min_range, 4);
   EXPECT_EQ(ctx->width, c.W);
   EXPECT_EQ(ctx->disparity_height, c.dH);
-  for (const void* p : {static_cast<const void*>(ctx->weight_map),
-                        static_cast<const void*>(ctx->RangedDisparity),
-                        static_cast<const void*>(ctx->ExpandDisparity),
-                        static_cast<const void*>(ctx->TempimDisparity),
-                        static_cast<const void*>(ctx->SmoothDisparity)})
+  for (const void* p :
+       {static_cast<const void*>(ctx->weight_map), static_cast<const void*>(ctx->RangedDisparity),
+        static_cast<const void*>(ctx->ExpandDisparity),
+        static_cast<const void*>(ctx->TempimDisparity),
+        static_cast<const void*>(ctx->SmoothDisparity)})
     EXPECT_NE(p, nullptr);
   // Touch the last byte of each scratch buffer (ASan checks the sizes).
   const int pw = c.dW + 2 * c.r, ph = c.dH + 2 * c.r;
@@ -49,15 +50,15 @@ TEST_P(WeightInitSizes, BuffersKernelAndTotal) {
   EXPECT_EQ(handle.weight, ctx) << "the handle's field is left as it is";
   EXPECT_EQ(handle.buffer_total, 1000 + c.growth) << "not reduced";
 }
-INSTANTIATE_TEST_SUITE_P(
-    Kernels, WeightInitSizes,
-    ::testing::Values(
-        // 4147200 + 32400 + 33916 + 136640 + 32400.
-        SizeCase{1920, 1080, 240, 135, 5, 2, 4382556, 204},
-        SizeCase{1920, 1080, 240, 135, 4, 2, 4382556, 256},
-        // k = 1: r = 0, expanded dW x dH, integral dW x (dH + 1).
-        SizeCase{64, 48, 16, 12, 1, 0, 6144 + 192 + 192 + 16 * 13 * 4 + 192, 1024},
-        SizeCase{3, 1, 1, 1, 3, 1, 6 + 1 + 9 + 3 * 4 * 4 + 1, 341}));
+INSTANTIATE_TEST_SUITE_P(Kernels, WeightInitSizes,
+                         ::testing::Values(
+                             // 4147200 + 32400 + 33916 + 136640 + 32400.
+                             SizeCase{1920, 1080, 240, 135, 5, 2, 4382556, 204},
+                             SizeCase{1920, 1080, 240, 135, 4, 2, 4382556, 256},
+                             // k = 1: r = 0, expanded dW x dH, integral dW x (dH + 1).
+                             SizeCase{64, 48, 16, 12, 1, 0, 6144 + 192 + 192 + 16 * 13 * 4 + 192,
+                                      1024},
+                             SizeCase{3, 1, 1, 1, 3, 1, 6 + 1 + 9 + 3 * 4 * 4 + 1, 341}));
 
 TEST(WeightInit, ReplacesTheHandlesRecordAndDeinitFreesTheHostMap) {
   DofraParams params = {32, 16, 8, 4, 5, 0, 4, 5};
@@ -104,11 +105,11 @@ INSTANTIATE_TEST_SUITE_P(
         InitRefusal{"zero_width", {0, 1080, 240, 135, 5, 0, 4, 5}, 0, "invalid size"},
         InitRefusal{"negative_height", {1920, -1, 240, 135, 5, 0, 4, 5}, 0, "invalid size"},
         InitRefusal{"zero_disparity_width", {1920, 1080, 0, 135, 5, 0, 4, 5}, 0, "invalid size"},
-        InitRefusal{"negative_disparity_height", {1920, 1080, 240, -3, 5, 0, 4, 5}, 0,
-                    "invalid size"},
+        InitRefusal{
+            "negative_disparity_height", {1920, 1080, 240, -3, 5, 0, 4, 5}, 0, "invalid size"},
         InitRefusal{"kernel_0", {1920, 1080, 240, 135, 5, 0, 4, 0}, 0, "invalid kernel size 0"},
-        InitRefusal{"kernel_negative", {1920, 1080, 240, 135, 5, 0, 4, -5}, 0,
-                    "invalid kernel size -5"},
+        InitRefusal{
+            "kernel_negative", {1920, 1080, 240, 135, 5, 0, 4, -5}, 0, "invalid kernel size -5"},
         // W x H x 2 = 2^31.
         InitRefusal{"map_overflow", {32768, 32768, 4, 4, 5, 0, 4, 5}, 0, "overflow"},
         // (dW + 2r) x (dH + 2r + 1) x 4 leaves int32 while dW x dH does not.
@@ -118,8 +119,8 @@ INSTANTIATE_TEST_SUITE_P(
         // Each size fits, the sum does not.
         InitRefusal{"sum_overflow", {32767, 32767, 200, 200, 5, 0, 4, 5}, 0, "overflow"},
         // The handle's running total would leave int32.
-        InitRefusal{"total_overflow", {1920, 1080, 240, 135, 5, 0, 4, 5}, INT32_MAX - 4382555,
-                    "overflow"}),
+        InitRefusal{
+            "total_overflow", {1920, 1080, 240, 135, 5, 0, 4, 5}, INT32_MAX - 4382555, "overflow"}),
     [](const ::testing::TestParamInfo<InitRefusal>& info) { return std::string(info.param.name); });
 
 TEST(WeightInit, NullArgumentsRefused) {

@@ -1,12 +1,13 @@
 // Weight context: created by weight_init with every disparity-resolution
 // buffer the weight-map computation needs, released by weight_deinit.
+#include "weight/weight_context.h"
+
 #include <climits>
 #include <cstdint>
 #include <cstdlib>
 
 #include "api/log.h"
 #include "dofra_depth.h"
-#include "weight/weight_context.h"
 
 namespace {
 
@@ -56,7 +57,7 @@ bool ComputeSizes(int32_t W, int32_t H, int32_t dW, int32_t dH, int32_t r, Weigh
   if (!FitsInt32(pw) || !FitsInt32(ph) || !FitsInt32(map) || !FitsInt32(disp) ||
       !FitsInt32(expand) || !FitsInt32(tempim) || !FitsInt32(total))
     return false;
-  *s = {static_cast<int32_t>(map),    static_cast<int32_t>(disp),   static_cast<int32_t>(expand),
+  *s = {static_cast<int32_t>(map),    static_cast<int32_t>(disp), static_cast<int32_t>(expand),
         static_cast<int32_t>(tempim), static_cast<int32_t>(disp), static_cast<int32_t>(total)};
   return true;
 }
@@ -86,7 +87,9 @@ bool CheckInitParams(const DofraParams* params, const DofraHandle* handle, Weigh
   return true;
 }
 
-uint8_t* AllocBytes(int32_t bytes) { return static_cast<uint8_t*>(malloc(static_cast<size_t>(bytes))); }
+uint8_t* AllocBytes(int32_t bytes) {
+  return static_cast<uint8_t*>(malloc(static_cast<size_t>(bytes)));
+}
 
 template <typename T>
 void FreeAndClear(T** p) {

@@ -10,8 +10,8 @@ struct WeightContext {
   int32_t weight_extra;      // the host's value, never read
   int32_t focus_x;
   int32_t focus_y;
-  int32_t strength_index;    // 20 - level
-  int32_t strength;          // 0..128
+  int32_t strength_index;  // 20 - level
+  int32_t strength;        // 0..128
   int32_t width;
   int32_t height;
   int32_t disparity_width;

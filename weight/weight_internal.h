@@ -44,10 +44,9 @@ void __getMinMax_c(const uint8_t* src, int n, uint8_t* min_out, uint8_t* max_out
 void __updateMinMax(const uint8_t* src, uint16_t* histogram, int n, int ratio, int min_range,
                     uint8_t* min_io, uint8_t* max_io);
 
-#define DOFRA_WEIGHT_UP(name)                                                              \
-  void name(int W, int H, int focus_x, int focus_y, int first_row, int last_row,          \
-            uint16_t* out, int dW, int dH, uint8_t falloff, uint8_t strength,              \
-            const uint8_t* smooth)
+#define DOFRA_WEIGHT_UP(name)                                                                   \
+  void name(int W, int H, int focus_x, int focus_y, int first_row, int last_row, uint16_t* out, \
+            int dW, int dH, uint8_t falloff, uint8_t strength, const uint8_t* smooth)
 // Vectorised member (a per-call depth-to-weight table, rows interpolated once
 // per disparity row pair, runs chosen by their depth range) and its plain
 // per-pixel formula; they write identical values.

@@ -51,7 +51,8 @@ PixelFormat GraphicBuffer::getPixelFormat() const { return format_; }
 
 void GraphicBuffer::hostSetStride(uint32_t stride) {
   if (stride < width_ || lock_depth_ != 0) return;
-  uint8_t* data = static_cast<uint8_t*>(calloc(Nv21Size(stride, height_) ? Nv21Size(stride, height_) : 1, 1));
+  uint8_t* data =
+      static_cast<uint8_t*>(calloc(Nv21Size(stride, height_) ? Nv21Size(stride, height_) : 1, 1));
   if (data == nullptr) return;
   free(data_);
   data_ = data;

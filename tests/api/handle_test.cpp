@@ -3,12 +3,12 @@
 #include <gtest/gtest.h>
 #include <ui/GraphicBuffer.h>
 
+#include <cctype>
+#include <cstdio>
 #include <cstring>
 #include <memory>
 #include <mutex>
 #include <random>
-#include <cctype>
-#include <cstdio>
 #include <string>
 #include <vector>
 
@@ -43,7 +43,9 @@ class Log {
   std::vector<std::string> texts_;
 };
 
-DofraParams Params(int w, int h, int scale) { return DofraParams{w, h, w / 8, h / 8, 3, 0, scale, 9}; }
+DofraParams Params(int w, int h, int scale) {
+  return DofraParams{w, h, w / 8, h / 8, 3, 0, scale, 9};
+}
 
 std::unique_ptr<GraphicBuffer> Frame(int w, int h) {
   return std::make_unique<GraphicBuffer>(w, h, android::HAL_PIXEL_FORMAT_YCrCb_420_SP, 0x33);
@@ -224,8 +226,9 @@ TEST(HandleTest, BlurRefusesAHandleWithoutAWeightMap) {
   auto frame = Frame(64, 64);
   Log log;
   EXPECT_EQ(DofraBlurImage(handle, frame.get(), frame.get()), 1);
-  EXPECT_EQ(log.Texts(), std::vector<std::string>{
-                             "L 154, DofraBlurImage: no weight map: call DofraCreateWeightMap first\n"});
+  EXPECT_EQ(log.Texts(),
+            std::vector<std::string>{
+                "L 154, DofraBlurImage: no weight map: call DofraCreateWeightMap first\n"});
   EXPECT_EQ(frame->hostLockDepth(), 0);
   EXPECT_EQ(DofraDeinit(handle), 0);
 }
@@ -246,8 +249,9 @@ TEST(HandleTest, LockFailuresLeaveWhatWasLocked) {
   EXPECT_EQ(src->hostLastLockUsage(), 3u);
   EXPECT_EQ(dst->hostLockDepth(), 0);
   src->unlock();
-  EXPECT_EQ(log.Texts(), (std::vector<std::string>{"L 163, DofraBlurImage: Src_YUV lock(...) failed\n",
-                                                   "L 169, DofraBlurImage: Output_YUV lock(...) failed\n"}));
+  EXPECT_EQ(log.Texts(),
+            (std::vector<std::string>{"L 163, DofraBlurImage: Src_YUV lock(...) failed\n",
+                                      "L 169, DofraBlurImage: Output_YUV lock(...) failed\n"}));
 }
 
 // Blurs `src` into a fresh buffer and returns its bytes; locks are balanced.

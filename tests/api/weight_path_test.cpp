@@ -1,12 +1,11 @@
 // Through the shared library: disparity -> weight map -> blurred frame. A
 // subject in the focus band stays exactly sharp; the background is blurred.
 #include <gtest/gtest.h>
+#include <ui/GraphicBuffer.h>
 
 #include <cstring>
 #include <random>
 #include <vector>
-
-#include <ui/GraphicBuffer.h>
 
 #include "dofra_depth.h"
 

@@ -2,16 +2,15 @@
 // context, the band records, every step of pool_init, and worker creation.
 // ASan's leak check at exit covers the teardown of each failure path.
 #include <gtest/gtest.h>
+#include <ui/GraphicBuffer.h>
 
 #include <cerrno>
-#include <cstring>
 #include <cstdint>
+#include <cstring>
 #include <memory>
 #include <mutex>
 #include <string>
 #include <vector>
-
-#include <ui/GraphicBuffer.h>
 
 #include "dofra_depth.h"
 #include "fault/fault_injection.h"
@@ -72,16 +71,17 @@ TEST_P(BlurBufferFaultTest, LogsTheBufferAndTearsDownCleanly) {
 
 INSTANTIATE_TEST_SUITE_P(
     EveryBuffer, BlurBufferFaultTest,
-    ::testing::Values(BufferFault{kFirstBufferAlloc - 2, "L 36, blur_init: BlurContext malloc error\n"},
-                      BufferFault{kFirstBufferAlloc - 1, "L 43, blur_init: kernel_weights malloc error\n"},
-                      BufferFault{kFirstBufferAlloc + 0, "L 47, blur_init: Src_copy malloc error\n"},
-                      BufferFault{kFirstBufferAlloc + 1, "L 54, blur_init: XInterp_image malloc error\n"},
-                      BufferFault{kFirstBufferAlloc + 2, "L 61, blur_init: scale_img malloc error\n"},
-                      BufferFault{kFirstBufferAlloc + 3, "L 68, blur_init: input_tmp_y malloc error\n"},
-                      BufferFault{kFirstBufferAlloc + 4, "L 75, blur_init: input_tmp_uv malloc error\n"},
-                      BufferFault{kFirstBufferAlloc + 5, "L 82, blur_init: tempim_y malloc error\n"},
-                      BufferFault{kFirstBufferAlloc + 6, "L 89, blur_init: tempim_uv malloc error\n"},
-                      BufferFault{kFirstBufferAlloc + 7, "L 100, blur_init: smooth_img malloc error\n"}));
+    ::testing::Values(
+        BufferFault{kFirstBufferAlloc - 2, "L 36, blur_init: BlurContext malloc error\n"},
+        BufferFault{kFirstBufferAlloc - 1, "L 43, blur_init: kernel_weights malloc error\n"},
+        BufferFault{kFirstBufferAlloc + 0, "L 47, blur_init: Src_copy malloc error\n"},
+        BufferFault{kFirstBufferAlloc + 1, "L 54, blur_init: XInterp_image malloc error\n"},
+        BufferFault{kFirstBufferAlloc + 2, "L 61, blur_init: scale_img malloc error\n"},
+        BufferFault{kFirstBufferAlloc + 3, "L 68, blur_init: input_tmp_y malloc error\n"},
+        BufferFault{kFirstBufferAlloc + 4, "L 75, blur_init: input_tmp_uv malloc error\n"},
+        BufferFault{kFirstBufferAlloc + 5, "L 82, blur_init: tempim_y malloc error\n"},
+        BufferFault{kFirstBufferAlloc + 6, "L 89, blur_init: tempim_uv malloc error\n"},
+        BufferFault{kFirstBufferAlloc + 7, "L 100, blur_init: smooth_img malloc error\n"}));
 
 struct ThreadInitFault {
   int nth;
@@ -102,17 +102,17 @@ TEST_P(ThreadInitFaultTest, FailsInitWithoutTouchingAMissingPool) {
 
 INSTANTIATE_TEST_SUITE_P(
     EveryStep, ThreadInitFaultTest,
-    ::testing::Values(
-        ThreadInitFault{kPThreadArgAlloc, {"L 15, thread_init: pThreadArg malloc error\n"}},
-        ThreadInitFault{kPoolAlloc,
-                        {"L 98, pool_init: can't alloc thread pool\n",
-                         "L 21, thread_init: pool_init error\n"}},
-        ThreadInitFault{kThreadIdAlloc,
-                        {"L 140, pool_init: can't malloc threadid\n",
-                         "L 21, thread_init: pool_init error\n"}},
-        ThreadInitFault{kCreatFlagAlloc,
-                        {"L 146, pool_init: can't malloc thread_creatflag\n",
-                         "L 21, thread_init: pool_init error\n"}}));
+    ::testing::Values(ThreadInitFault{kPThreadArgAlloc,
+                                      {"L 15, thread_init: pThreadArg malloc error\n"}},
+                      ThreadInitFault{kPoolAlloc,
+                                      {"L 98, pool_init: can't alloc thread pool\n",
+                                       "L 21, thread_init: pool_init error\n"}},
+                      ThreadInitFault{kThreadIdAlloc,
+                                      {"L 140, pool_init: can't malloc threadid\n",
+                                       "L 21, thread_init: pool_init error\n"}},
+                      ThreadInitFault{kCreatFlagAlloc,
+                                      {"L 146, pool_init: can't malloc thread_creatflag\n",
+                                       "L 21, thread_init: pool_init error\n"}}));
 
 TEST(RuntimeFaultTest, PoolRecordFailureLeavesTheCallersPointer) {
   fault::Guard guard;
@@ -188,8 +188,8 @@ struct BlurSetup {
   }
   ~BlurSetup() { EXPECT_EQ(DofraDeinit(handle), 0); }
   static std::unique_ptr<android::GraphicBuffer> Frame() {
-    return std::make_unique<android::GraphicBuffer>(
-        1920, 1080, android::HAL_PIXEL_FORMAT_YCrCb_420_SP, 0x33);
+    return std::make_unique<android::GraphicBuffer>(1920, 1080,
+                                                    android::HAL_PIXEL_FORMAT_YCrCb_420_SP, 0x33);
   }
   DofraParams params = Params1080(4);
   DofraHandle* handle = nullptr;

@@ -15,7 +15,9 @@ class GuardedBytes {
  public:
   static constexpr size_t kGuard = 64;
   GuardedBytes(size_t size, uint8_t fill, size_t offset = 0, uint8_t sentinel = 0xA5)
-      : storage_(size + offset + 2 * kGuard, sentinel), size_(size), offset_(offset),
+      : storage_(size + offset + 2 * kGuard, sentinel),
+        size_(size),
+        offset_(offset),
         sentinel_(sentinel) {
     std::fill(data(), data() + size_, fill);
   }

@@ -52,8 +52,8 @@ Size ParseSize(const std::string& name, const std::string& text) {
     throw InputError(name + " must look like WIDTHxHEIGHT (e.g. 1920x1080), not '" + text + "'");
   }
   if (w < 1 || h < 1 || w > kMaxFrameSide || h > kMaxFrameSide) {
-    throw InputError(name + " " + text + " is out of range (1.." +
-                     std::to_string(kMaxFrameSide) + " per side)");
+    throw InputError(name + " " + text + " is out of range (1.." + std::to_string(kMaxFrameSide) +
+                     " per side)");
   }
   return Size{static_cast<int>(w), static_cast<int>(h)};
 }
@@ -74,7 +74,8 @@ Calibration ParseCalibration(const std::string& text) {
   long long v[4] = {};
   bool ok = Split(text, ',', 4, &parts);
   for (size_t i = 0; ok && i < 4; ++i) ok = ParseLong(parts[i], &v[i]);
-  if (!ok) throw InputError("--calib must look like A,B,M,N (four whole numbers), not '" + text + "'");
+  if (!ok)
+    throw InputError("--calib must look like A,B,M,N (four whole numbers), not '" + text + "'");
   const long long kInt32Min = std::numeric_limits<int32_t>::min();
   const long long kInt32Max = std::numeric_limits<int32_t>::max();
   if (v[0] < kInt32Min || v[0] > kInt32Max || v[1] < kInt32Min || v[1] > kInt32Max) {

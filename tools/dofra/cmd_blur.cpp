@@ -104,8 +104,9 @@ int BlurPicture(const Options& options, const Request& r) {
   const Size frame = session->frame();
   const bool padded = frame.width != size.width || frame.height != size.height;
   if (padded) {
-    printf("padding %s to %s (a size the library accepts at scale %d); the result is cropped back\n",
-           SizeText(size).c_str(), SizeText(frame).c_str(), r.scale);
+    printf(
+        "padding %s to %s (a size the library accepts at scale %d); the result is cropped back\n",
+        SizeText(size).c_str(), SizeText(frame).c_str(), r.scale);
   }
   std::unique_ptr<WeightMapper> mapper = MapWeights(r, disparity, size, frame, focus);
   RgbaToNv21(padded ? PadByReplication(picture, frame.width, frame.height) : picture,

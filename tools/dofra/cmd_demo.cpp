@@ -99,13 +99,15 @@ int RunDemo(const std::vector<std::string>& args) {
 
   double t0 = NowMs();
   const Scene scene = MakeScene(size);
-  timings.insert(timings.begin(), {"scene " + std::to_string(size.width) + "x" +
-                                       std::to_string(size.height), NowMs() - t0});
+  timings.insert(
+      timings.begin(),
+      {"scene " + std::to_string(size.width) + "x" + std::to_string(size.height), NowMs() - t0});
   const Size map_size = DefaultDisparitySize(size);
   t0 = NowMs();
   const Image disparity = ResizeGray(scene.disparity, map_size.width, map_size.height);
-  timings.push_back({"disparity map " + std::to_string(map_size.width) + "x" +
-                         std::to_string(map_size.height), NowMs() - t0});
+  timings.push_back(
+      {"disparity map " + std::to_string(map_size.width) + "x" + std::to_string(map_size.height),
+       NowMs() - t0});
 
   t0 = NowMs();
   WeightMapper mapper(size, map_size);

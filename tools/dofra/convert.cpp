@@ -18,8 +18,8 @@ void RgbaToNv21(const Image& rgba, uint8_t* nv21) {
   const int w = rgba.width;
   const int h = rgba.height;
   // libyuv's "ABGR" is R, G, B, A in memory: the PNG byte order.
-  libyuv::ABGRToNV21(rgba.pixels.data(), w * 4, nv21, w, nv21 + static_cast<size_t>(w) * h, w,
-                     w, h);
+  libyuv::ABGRToNV21(rgba.pixels.data(), w * 4, nv21, w, nv21 + static_cast<size_t>(w) * h, w, w,
+                     h);
 }
 
 Image Nv21ToRgba(const uint8_t* nv21, int width, int height) {
@@ -38,8 +38,8 @@ Image ResizeGray(const Image& gray, int width, int height) {
 
 Image ResizeRgba(const Image& rgba, int width, int height) {
   Image out(width, height, 4);
-  libyuv::ARGBScale(rgba.pixels.data(), rgba.width * 4, rgba.width, rgba.height,
-                    out.pixels.data(), width * 4, width, height, libyuv::kFilterBox);
+  libyuv::ARGBScale(rgba.pixels.data(), rgba.width * 4, rgba.width, rgba.height, out.pixels.data(),
+                    width * 4, width, height, libyuv::kFilterBox);
   return out;
 }
 

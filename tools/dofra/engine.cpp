@@ -15,9 +15,9 @@ namespace dofra_tool {
 
 namespace {
 
-constexpr int kKernelSize = 5;     // what DofraInit forces in any case
-constexpr int kDisparityDiv = 8;   // frame pixels per disparity sample
-constexpr int kMaxPadding = 64;    // how far OpenNearest looks beyond a size
+constexpr int kKernelSize = 5;    // what DofraInit forces in any case
+constexpr int kDisparityDiv = 8;  // frame pixels per disparity sample
+constexpr int kMaxPadding = 64;   // how far OpenNearest looks beyond a size
 constexpr int kFullWeight = 1024;
 constexpr uint32_t kFrameUsage =
     android::GraphicBuffer::USAGE_SW_READ_OFTEN | android::GraphicBuffer::USAGE_SW_WRITE_OFTEN;
@@ -62,7 +62,8 @@ Size DefaultDisparitySize(Size frame) {
 WeightMapper::WeightMapper(Size frame, Size disparity)
     : frame_(frame),
       disparity_(disparity),
-      depth_block_(DOFRA_DEPTH_HEADER_SIZE + static_cast<size_t>(disparity.width) * disparity.height),
+      depth_block_(DOFRA_DEPTH_HEADER_SIZE +
+                   static_cast<size_t>(disparity.width) * disparity.height),
       weights_(static_cast<size_t>(frame.width) * frame.height) {
   DofraParams params = MakeParams(frame, disparity, 0);
   if (weight_init(&params, &record_) != 0) {

@@ -234,7 +234,8 @@ bool EncodePng(FILE* stream, const Image& image, const uint8_t** rows, std::stri
 bool EndsWith(const std::string& text, const std::string& suffix) {
   if (text.size() < suffix.size()) return false;
   return std::equal(suffix.rbegin(), suffix.rend(), text.rbegin(), [](char a, char b) {
-    return std::tolower(static_cast<unsigned char>(a)) == std::tolower(static_cast<unsigned char>(b));
+    return std::tolower(static_cast<unsigned char>(a)) ==
+           std::tolower(static_cast<unsigned char>(b));
   });
 }
 

@@ -41,8 +41,8 @@ Rgb Scaled(Rgb c, double k) { return Rgb{c.r * k, c.g * k, c.b * k}; }
 // linearly from the horizon to the bottom row, as a flat plane's does).
 double FloorRow(double d, int height) {
   const double horizon = kHorizon * height;
-  return horizon + (d - kFarDisparity) / (kNearestFloorDisparity - kFarDisparity) *
-                       (height - horizon);
+  return horizon +
+         (d - kFarDisparity) / (kNearestFloorDisparity - kFarDisparity) * (height - horizon);
 }
 
 struct Layout {
@@ -123,8 +123,8 @@ int PillarAt(const Layout& l, int x, int y) {
 // The ball: coloured segments, a fine black grid, a checker inside every
 // other cell, and shading.
 Rgb Ball(const Layout& l, double dx, double dy, double rho) {
-  static const Rgb kSegments[] = {{230, 40, 40}, {250, 210, 30}, {40, 150, 230},
-                                  {250, 250, 250}, {40, 180, 80}, {240, 120, 20}};
+  static const Rgb kSegments[] = {{230, 40, 40},   {250, 210, 30}, {40, 150, 230},
+                                  {250, 250, 250}, {40, 180, 80},  {240, 120, 20}};
   const double nx = dx / l.ball_r;
   const double ny = dy / l.ball_r;
   const double nz = std::sqrt(std::max(0.0, 1.0 - rho * rho));
@@ -162,8 +162,8 @@ void Render(const Layout& l, int x, int y, Rgb* color, int* disparity) {
   } else if (y >= l.horizon) {
     *color = Floor(l, x, y);
     const double t = (y - l.horizon) / (l.height - l.horizon);
-    *disparity = kFarDisparity +
-                 static_cast<int>(t * (kNearestFloorDisparity - kFarDisparity) + 0.5);
+    *disparity =
+        kFarDisparity + static_cast<int>(t * (kNearestFloorDisparity - kFarDisparity) + 0.5);
   } else {
     *color = Skyline(l, x, y);
     *disparity = kFarDisparity;

@@ -1,10 +1,9 @@
 // End-to-end tests of the dofra tool: runs the built program on small
 // generated inputs and inspects its files, exit status and messages.
 #include <dirent.h>
+#include <gtest/gtest.h>
 #include <png.h>
 #include <sys/wait.h>
-
-#include <gtest/gtest.h>
 
 #include <cstdlib>
 #include <cstring>
@@ -25,8 +24,8 @@ constexpr int kW = 200;
 constexpr int kH = 120;
 constexpr int kNearDisparity = 200;
 constexpr int kFarDisparity = 5;
-constexpr int kEdge = kW / 2;    // near on the left, far on the right
-constexpr int kMargin = 40;      // smoothing and interpolation reach across the edge
+constexpr int kEdge = kW / 2;  // near on the left, far on the right
+constexpr int kMargin = 40;    // smoothing and interpolation reach across the edge
 
 struct ToolRun {
   int status;
@@ -90,7 +89,7 @@ class ToolTest : public ::testing::Test {
     command += " >'" + Path("stdout.txt") + "' 2>'" + Path("stderr.txt") + "'";
     const int status = std::system(command.c_str());
     ToolRun run{WIFEXITED(status) ? WEXITSTATUS(status) : -1, Slurp(Path("stdout.txt")),
-            Slurp(Path("stderr.txt"))};
+                Slurp(Path("stderr.txt"))};
     std::remove(Path("stdout.txt").c_str());
     std::remove(Path("stderr.txt").c_str());
     return run;
@@ -131,8 +130,8 @@ TEST_F(ToolTest, DemoWritesPicturesOfTheFrameSize) {
 }
 
 TEST_F(ToolTest, VerboseShowsTheLibraryLog) {
-  const ToolRun run = Tool({"demo", "--out", Path("demo"), "--size", "384x216", "--scale", "4",
-                        "--verbose"});
+  const ToolRun run =
+      Tool({"demo", "--out", Path("demo"), "--size", "384x216", "--scale", "4", "--verbose"});
   ASSERT_EQ(run.status, 0) << run.err;
   EXPECT_NE(run.err.find("DofraBlurImage"), std::string::npos) << run.err;
 }
@@ -146,7 +145,7 @@ TEST_P(BlurPictureTest, KeepsTheFocusSharpAndBlursTheRest) {
   WritePng(Path("in.png"), input);
   WritePng(Path("disp.png"), Disparity(size.width, size.height));
   const ToolRun run = Tool({"blur", "--image", Path("in.png"), "--disparity", Path("disp.png"),
-                        "--focus", "30,60", "-o", Path("out.png"), "--weights", Path("w.png")});
+                            "--focus", "30,60", "-o", Path("out.png"), "--weights", Path("w.png")});
   ASSERT_EQ(run.status, 0) << run.err;
 
   bool alpha = false;
@@ -187,8 +186,9 @@ TEST_F(ToolTest, RawFrameRoundTrip) {
   std::vector<uint8_t> frame(Nv21Bytes(kW, kH));
   RgbaToNv21(Texture(kW, kH), frame.data());
   WriteBytes(Path("in.yuv"), frame);
-  const std::vector<std::string> common = {"blur", "--nv21", Path("in.yuv"), "--size", "200x120",
-                                           "--disparity", Path("disp.png"), "--focus", "10,10"};
+  const std::vector<std::string> common = {"blur",           "--nv21",  Path("in.yuv"),
+                                           "--size",         "200x120", "--disparity",
+                                           Path("disp.png"), "--focus", "10,10"};
   std::vector<std::string> args = common;
   args.insert(args.end(), {"--level", "20", "-o", Path("none.yuv")});
   ToolRun run = Tool(args);
@@ -234,8 +234,8 @@ class BadInputTest : public ToolTest, public ::testing::WithParamInterface<BadIn
     deep.height = kH;
     deep.format = PNG_FORMAT_LINEAR_Y;  // 16-bit gray
     std::vector<uint16_t> samples(kW * kH, 1000);
-    ASSERT_TRUE(png_image_write_to_file(&deep, Path("deep.png").c_str(), 0, samples.data(), 0,
-                                        nullptr));
+    ASSERT_TRUE(
+        png_image_write_to_file(&deep, Path("deep.png").c_str(), 0, samples.data(), 0, nullptr));
     WriteBytes(Path("in.yuv"), std::vector<uint8_t>(Nv21Bytes(kW, kH), 128));
   }
 };
@@ -256,30 +256,37 @@ TEST_P(BadInputTest, ExitsTwoWithOneMessageAndNoFile) {
 }
 
 std::vector<std::string> Blur(std::vector<std::string> extra) {
-  std::vector<std::string> args = {"blur", "--image", "@/in.png", "--disparity", "@/disp.png",
-                                   "-o", "@/out.png"};
+  std::vector<std::string> args = {"blur",       "--image", "@/in.png", "--disparity",
+                                   "@/disp.png", "-o",      "@/out.png"};
   args.insert(args.end(), extra.begin(), extra.end());
   return args;
 }
 
 std::vector<std::string> Raw(const std::string& size, int scale) {
-  return {"blur", "--nv21", "@/in.yuv", "--size", size, "--disparity", "@/disp.png",
-          "--scale", std::to_string(scale), "-o", "@/out.yuv"};
+  return {"blur",       "--nv21",   "@/in.yuv",
+          "--size",     size,       "--disparity",
+          "@/disp.png", "--scale",  std::to_string(scale),
+          "-o",         "@/out.yuv"};
 }
 
 INSTANTIATE_TEST_SUITE_P(
     Classes, BadInputTest,
     ::testing::Values(
-        BadInput{"MissingImage", {"blur", "--image", "@/nope.png", "--disparity", "@/disp.png",
-                                  "-o", "@/out.png"}, "cannot read"},
-        BadInput{"ImageIsADirectory", {"blur", "--image", "@", "--disparity", "@/disp.png", "-o",
-                                       "@/out.png"}, "not a regular file"},
-        BadInput{"NotAPicture", {"blur", "--image", "@/text.png", "--disparity", "@/disp.png",
-                                 "-o", "@/out.png"}, "neither a PNG nor a JPEG"},
-        BadInput{"SixteenBitDisparity", {"blur", "--image", "@/in.png", "--disparity",
-                                         "@/deep.png", "-o", "@/out.png"}, "not 16-bit"},
-        BadInput{"ColourDisparity", {"blur", "--image", "@/in.png", "--disparity", "@/rgb.png",
-                                     "-o", "@/out.png"}, "not colour"},
+        BadInput{"MissingImage",
+                 {"blur", "--image", "@/nope.png", "--disparity", "@/disp.png", "-o", "@/out.png"},
+                 "cannot read"},
+        BadInput{"ImageIsADirectory",
+                 {"blur", "--image", "@", "--disparity", "@/disp.png", "-o", "@/out.png"},
+                 "not a regular file"},
+        BadInput{"NotAPicture",
+                 {"blur", "--image", "@/text.png", "--disparity", "@/disp.png", "-o", "@/out.png"},
+                 "neither a PNG nor a JPEG"},
+        BadInput{"SixteenBitDisparity",
+                 {"blur", "--image", "@/in.png", "--disparity", "@/deep.png", "-o", "@/out.png"},
+                 "not 16-bit"},
+        BadInput{"ColourDisparity",
+                 {"blur", "--image", "@/in.png", "--disparity", "@/rgb.png", "-o", "@/out.png"},
+                 "not colour"},
         BadInput{"RawSizeRefused", Raw("200x120", 8), "does not accept a 200x120 frame"},
         BadInput{"RawSizeMismatch", Raw("200x100", 4), "holds"},
         BadInput{"FocusOutside", Blur({"--focus", "200,10"}), "lies outside the 200x120 image"},
@@ -294,10 +301,12 @@ INSTANTIATE_TEST_SUITE_P(
         BadInput{"ZeroCalibDen", Blur({"--calib", "1,0,3,4"}), "B must not be 0"},
         BadInput{"UnknownOption", Blur({"--fast"}), "unknown option --fast"},
         BadInput{"MissingValue", {"blur", "--image", "@/in.png", "-o"}, "needs a value"},
-        BadInput{"MissingOutput", {"blur", "--image", "@/in.png", "--disparity", "@/disp.png"},
+        BadInput{"MissingOutput",
+                 {"blur", "--image", "@/in.png", "--disparity", "@/disp.png"},
                  "needs --output"},
-        BadInput{"OutputDirMissing", {"blur", "--image", "@/in.png", "--disparity", "@/disp.png",
-                                      "-o", "@/no/out.png", "--weights", "@/w.png"},
+        BadInput{"OutputDirMissing",
+                 {"blur", "--image", "@/in.png", "--disparity", "@/disp.png", "-o", "@/no/out.png",
+                  "--weights", "@/w.png"},
                  "no directory"},
         BadInput{"UnknownCommand", {"sharpen"}, "unknown command"},
         BadInput{"NoCommand", {}, "no command"}),
