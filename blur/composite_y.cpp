@@ -3,10 +3,11 @@
 // map, one band of rows per call.
 //
 // Each factor has one plane driver that walks the row and column ranges and a
-// bulk row helper: the _c members pass the scalar helper, the _neon members
-// the SSE4.1 one. Both bulk helpers cover the same columns and produce the
-// same bytes; everything outside the bulk (edges, bottom rows) is shared
-// scalar code.
+// bulk helper for a run of rows sharing their small rows: the _c members pass
+// the scalar helper, the _neon members the SSE4.1 one, which interpolates the
+// shared rows horizontally once per run. Both bulk helpers cover the same
+// columns and produce the same bytes; everything outside the bulk (edges,
+// bottom rows) is shared scalar code.
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
@@ -34,6 +35,9 @@ constexpr int kX6RightWeight[6] = {42, 85, 127, 170, 213, 255};  // fractions of
 constexpr int kX6LeftWeight[6] = {214, 171, 129, 86, 43, 1};     // 256 - right
 constexpr int kBulkGroup = 8;                                    // x4 / x8 bulk columns per group
 constexpr int kX2Group = 16;                                     // x2 bulk columns per group
+// Longest run of output rows handed to a bulk helper at once: main rows with
+// the same r0 also share r1, so a run shares one horizontal interpolation.
+constexpr int kMaxRun = 16;
 
 struct Planes {
   const uint8_t* src;
@@ -71,6 +75,14 @@ inline int PosFrac(int i, int step) { return ((i * step) >> kFracBits) & (kFracO
 
 // (a * wa + b * wb + 128) >> 8; products <= 255 * 256 + 128, fit in 16 bits.
 inline int Lerp8(int a, int b, int wa, int wb) { return (a * wa + b * wb + kRound8) >> kFracBits; }
+
+// Rows from r up to `last` (at most kMaxRun) with the same r0 as row r.
+inline int RunLength(int r, int last, int dy) {
+  const int r0 = PosInt(r, dy);
+  int n = 1;
+  while (n < kMaxRun && r + n <= last && PosInt(r + n, dy) == r0) ++n;
+  return n;
+}
 
 // ---------------------------------------------------------------- x2 ------
 
@@ -112,9 +124,9 @@ void CompositeX2(const Planes& p, int first, int last, X2Bulk bulk) {
 
 // ----------------------------------------------------------- x4, x8 -------
 
-// Bulk helper: blends main-row columns [0, end) with the fixed phase table
-// of factor F; end is a multiple of 8.
-using XFBulk = void (*)(const RowCtx& q, int end);
+// Bulk helper: blends main-row columns [0, end) of `count` rows that share
+// s0 and s1 with the fixed phase table of factor F; end is a multiple of 8.
+using XFBulk = void (*)(const RowCtx* rows, int count, int end);
 
 template <int F>
 inline int BilinearXF(const RowCtx& q, int x0, int fx) {
@@ -124,10 +136,13 @@ inline int BilinearXF(const RowCtx& q, int x0, int fx) {
 }
 
 template <int F>
-void XFBulk_C(const RowCtx& q, int end) {
-  for (int c = 0; c < end; ++c) {
-    const int fx = (c % F) * (kFracOne / F);
-    q.out[c] = BlendClamp(q.src[c], BilinearXF<F>(q, c / F, fx), q.w[c]);
+void XFBulk_C(const RowCtx* rows, int count, int end) {
+  for (int i = 0; i < count; ++i) {
+    const RowCtx& q = rows[i];
+    for (int c = 0; c < end; ++c) {
+      const int fx = (c % F) * (kFracOne / F);
+      q.out[c] = BlendClamp(q.src[c], BilinearXF<F>(q, c / F, fx), q.w[c]);
+    }
   }
 }
 
@@ -166,11 +181,15 @@ void CompositeXF(const Planes& p, int first, int last, XFBulk bulk) {
   const bool at_bottom = last == p.H - 1;
   const int main_last = at_bottom ? p.H - 1 - F : last;
   const int bulk_end = std::max(p.W - F, 0) / kBulkGroup * kBulkGroup;
-  for (int r = first; r <= main_last; ++r) {
+  RowCtx rows[kMaxRun];
+  for (int r = first; r <= main_last;) {
     const int r0 = PosInt(r, dy);
-    const RowCtx q = MakeRow(p, r, r0, std::min(r0 + 1, p.sh - 1), PosFrac(r, dy), dx);
-    bulk(q, bulk_end);
-    XFMainTail_C<F>(q, p.W, bulk_end);
+    const int n = RunLength(r, main_last, dy);
+    for (int i = 0; i < n; ++i)
+      rows[i] = MakeRow(p, r + i, r0, std::min(r0 + 1, p.sh - 1), PosFrac(r + i, dy), dx);
+    bulk(rows, n, bulk_end);
+    for (int i = 0; i < n; ++i) XFMainTail_C<F>(rows[i], p.W, bulk_end);
+    r += n;
   }
   if (!at_bottom) return;
   for (int r = p.H - F; r <= p.H - 1; ++r) {
@@ -181,9 +200,10 @@ void CompositeXF(const Planes& p, int first, int last, XFBulk bulk) {
 
 // ---------------------------------------------------------------- x6 ------
 
-// Bulk helper: blends main-row columns [1, 1 + n) with the six-step cycle,
-// n a multiple of 24. The upper weight is q.fy ? 256 - q.fy : 0.
-using X6Bulk = void (*)(const RowCtx& q, int n);
+// Bulk helper: blends main-row columns [1, 1 + n) of `count` rows that share
+// s0 and s1 with the six-step cycle, n a multiple of 24. The upper weight is
+// q.fy ? 256 - q.fy : 0.
+using X6Bulk = void (*)(const RowCtx* rows, int count, int n);
 
 // Vertical step with the 8-bit upper weight u = (256 - fy) mod 256: a row
 // with fy = 0 gets weights 0 and 0, hence the blurred sample 0.
@@ -197,11 +217,14 @@ inline int BilinearX6(const RowCtx& q, int x0, int left, int right) {
   return VerticalX6(h0, h1, q.fy);
 }
 
-void X6Bulk_C(const RowCtx& q, int n) {
-  for (int c = 1; c <= n; ++c) {
-    const int j = (c - 1) % 6;
-    const int b = BilinearX6(q, (c - 1) / 6, kX6LeftWeight[j], kX6RightWeight[j]);
-    q.out[c] = BlendWrap(q.src[c], b, q.w[c]);
+void X6Bulk_C(const RowCtx* rows, int count, int n) {
+  for (int i = 0; i < count; ++i) {
+    const RowCtx& q = rows[i];
+    for (int c = 1; c <= n; ++c) {
+      const int j = (c - 1) % 6;
+      const int b = BilinearX6(q, (c - 1) / 6, kX6LeftWeight[j], kX6RightWeight[j]);
+      q.out[c] = BlendWrap(q.src[c], b, q.w[c]);
+    }
   }
 }
 
@@ -241,11 +264,14 @@ void CompositeX6(const Planes& p, int first, int last, X6Bulk bulk) {
   if (first == 0) X6HorizontalRow_C(MakeRow(p, 0, 0, 0, 0, dx), p.W);
   const int main_first = first == 0 ? 1 : first;
   const int main_last = at_bottom ? p.H - 1 - kX6Edge : last;
-  for (int r = main_first; r <= main_last; ++r) {
+  RowCtx rows[kMaxRun];
+  for (int r = main_first; r <= main_last;) {
     const int r0 = PosInt(r, dy);
-    const RowCtx q = MakeRow(p, r, r0, r0 + 1, PosFrac(r, dy), dx);
-    bulk(q, bulk_n);
-    X6MainEdges_C(q, p.W, 1 + bulk_n);
+    const int n = RunLength(r, main_last, dy);
+    for (int i = 0; i < n; ++i) rows[i] = MakeRow(p, r + i, r0, r0 + 1, PosFrac(r + i, dy), dx);
+    bulk(rows, n, bulk_n);
+    for (int i = 0; i < n; ++i) X6MainEdges_C(rows[i], p.W, 1 + bulk_n);
+    r += n;
   }
   if (!at_bottom) return;
   for (int r = p.H - kX6Edge; r <= p.H - 1; ++r) {
@@ -295,13 +321,6 @@ inline void BlendStore16(const RowCtx& q, int c, __m128i lo, __m128i hi) {
   _mm_storeu_si128(reinterpret_cast<__m128i*>(q.out + c), _mm_packus_epi16(o_lo, o_hi));
 }
 
-// Vertical step, 16-bit lanes: (h0*(256-fy) + h1*fy + 128) >> 8
-// == h0 + ((h1-h0)*fy + 128) >> 8 == h0 + mulhrs(h1 - h0, fy << 7);
-// fy << 7 <= 32640 fits int16.
-inline __m128i Vertical8(__m128i h0, __m128i h1, __m128i fy7) {
-  return _mm_add_epi16(h0, _mm_mulhrs_epi16(_mm_sub_epi16(h1, h0), fy7));
-}
-
 // x2: 16 columns share 8 block means, each used twice.
 int X2Bulk_SSE41(const RowCtx& q, int W) {
   const __m128i two = _mm_set1_epi16(2);
@@ -347,11 +366,44 @@ constexpr Table16 PairWeightsXF(int F) {
 
 inline __m128i LoadTable(const Table16& t) { return Load16(t.b); }
 
+// Horizontally interpolated small rows of one strip of bulk columns, kept
+// for every output row of a run: h0 (row r0) and d = h1 - h0 (row r1), both
+// in 0..255 resp. -255..255 in 16-bit lanes. 8 KiB on the stack; wider rows
+// take several strips.
+constexpr int kStrip = 2016;  // a multiple of 16 and of 24
+struct StripCache {
+  alignas(16) int16_t h0[kStrip];
+  alignas(16) int16_t d[kStrip];
+};
+
+inline void StoreRows8(StripCache& k, int i, __m128i h0, __m128i h1) {
+  _mm_store_si128(reinterpret_cast<__m128i*>(k.h0 + i), h0);
+  _mm_store_si128(reinterpret_cast<__m128i*>(k.d + i), _mm_sub_epi16(h1, h0));
+}
+
+// Vertical step and blend of strip columns [0, len) at row column c0, len a
+// multiple of 8; 16 columns per step, remainder one group of 8.
+// (h0*(256-fy) + h1*fy + 128) >> 8 == h0 + ((d*fy + 128) >> 8)
+// == h0 + mulhrs(d, fy << 7); fy << 7 <= 32640 fits int16.
+inline void VerticalBlendStrip(const RowCtx& q, int c0, int len, const StripCache& k) {
+  const __m128i fy7 = _mm_set1_epi16(static_cast<int16_t>(q.fy << 7));
+  auto vertical = [&](int i) {
+    const __m128i h0 = _mm_load_si128(reinterpret_cast<const __m128i*>(k.h0 + i));
+    const __m128i d = _mm_load_si128(reinterpret_cast<const __m128i*>(k.d + i));
+    return _mm_add_epi16(h0, _mm_mulhrs_epi16(d, fy7));
+  };
+  int i = 0;
+  for (; i + 16 <= len; i += 16) BlendStore16(q, c0 + i, vertical(i), vertical(i + 8));
+  if (i < len) BlendStore8(q, c0 + i, vertical(i));
+}
+
 // Horizontal step of the phase table. fx = 256 p / F is a multiple of 256 / F, so
 // (L*(256-fx) + R*fx + 128) >> 8 == (L*(F-p) + R*p + F/2) / F: maddubs forms
 // the small sum (<= 255 * 8) and mulhrs(x, 32768 / F) == (x + F/2) / F.
+// Fills the strip cache for columns [c0, c0 + len) of rows s0 and s1; len a
+// multiple of 8, 16 columns per window, remainder one group of 8.
 template <int F>
-void XFBulk_SSE41(const RowCtx& q, int end) {
+void XFHorizontalStrip(const RowCtx& q, int c0, int len, int named, StripCache& k) {
   static constexpr Table16 kShuffle = PairShuffleXF(F);
   static constexpr Table16 kWeights = PairWeightsXF(F);
   constexpr int kStep = kBulkGroup / F;  // samples per 8 columns
@@ -359,27 +411,35 @@ void XFBulk_SSE41(const RowCtx& q, int end) {
   const __m128i shuffle_hi = _mm_add_epi8(shuffle_lo, _mm_set1_epi8(kStep));
   const __m128i weights = LoadTable(kWeights);
   const __m128i div = _mm_set1_epi16(32768 / F);
-  const __m128i fy7 = _mm_set1_epi16(static_cast<int16_t>(q.fy << 7));
-  const int named = end > 0 ? (end - 1) / F + 2 : 0;  // samples the row names
   auto horizontal = [&](__m128i samples, __m128i shuffle) {
     const __m128i pairs = _mm_shuffle_epi8(samples, shuffle);
     return _mm_mulhrs_epi16(_mm_maddubs_epi16(pairs, weights), div);
   };
-  // 16 columns per step from one window per row; remainder: one group of 8
-  // (end is a multiple of 8).
-  int c = 0;
-  for (; c + 2 * kBulkGroup <= end; c += 2 * kBulkGroup) {
-    const int a = c / F;
+  int i = 0;
+  for (; i + 2 * kBulkGroup <= len; i += 2 * kBulkGroup) {
+    const int a = (c0 + i) / F;
     const __m128i top = LoadSamples(q.s0 + a, named - a, 2 * kStep + 1);
     const __m128i bottom = LoadSamples(q.s1 + a, named - a, 2 * kStep + 1);
-    BlendStore16(q, c, Vertical8(horizontal(top, shuffle_lo), horizontal(bottom, shuffle_lo), fy7),
-                 Vertical8(horizontal(top, shuffle_hi), horizontal(bottom, shuffle_hi), fy7));
+    StoreRows8(k, i, horizontal(top, shuffle_lo), horizontal(bottom, shuffle_lo));
+    StoreRows8(k, i + 8, horizontal(top, shuffle_hi), horizontal(bottom, shuffle_hi));
   }
-  if (c < end) {
-    const int a = c / F;
+  if (i < len) {
+    const int a = (c0 + i) / F;
     const __m128i top = LoadSamples(q.s0 + a, named - a, kStep + 1);
     const __m128i bottom = LoadSamples(q.s1 + a, named - a, kStep + 1);
-    BlendStore8(q, c, Vertical8(horizontal(top, shuffle_lo), horizontal(bottom, shuffle_lo), fy7));
+    StoreRows8(k, i, horizontal(top, shuffle_lo), horizontal(bottom, shuffle_lo));
+  }
+}
+
+// One horizontal pass per strip and run, then a vertical step per row.
+template <int F>
+void XFBulk_SSE41(const RowCtx* rows, int count, int end) {
+  StripCache k;
+  const int named = end > 0 ? (end - 1) / F + 2 : 0;  // samples the rows name
+  for (int c0 = 0; c0 < end; c0 += kStrip) {
+    const int len = std::min(kStrip, end - c0);
+    XFHorizontalStrip<F>(rows[0], c0, len, named, k);
+    for (int i = 0; i < count; ++i) VerticalBlendStrip(rows[i], c0, len, k);
   }
 }
 
@@ -413,32 +473,52 @@ constexpr UTable16 PairWeightsX6(int v) {
 // u8). maddubs takes the weights as unsigned and the samples biased to signed
 // (s - 128): the pair sum stays in [-32768, 32512], and adding 0x8080 mod
 // 2^16 restores L*left + R*right + 128 <= 65408 for the logical shift.
-void X6Bulk_SSE41(const RowCtx& q, int n) {
+// Fills the strip cache for bulk columns [1 + g0, 1 + g0 + len), g0 and len
+// multiples of 24; no remainder.
+void X6HorizontalStrip(const RowCtx& q, int g0, int len, int named, StripCache& k) {
   static constexpr Table16 kShuffle[3] = {PairShuffleX6(0), PairShuffleX6(1), PairShuffleX6(2)};
   static constexpr UTable16 kWeights[3] = {PairWeightsX6(0), PairWeightsX6(1), PairWeightsX6(2)};
-  constexpr int kNeed = 5;      // samples per group of 24
-  const int named = n / 6 + 1;  // samples the row names
+  constexpr int kNeed = 5;  // samples per group of 24
   const __m128i bias = _mm_set1_epi8(static_cast<char>(0x80));
   const __m128i unbias = _mm_set1_epi16(static_cast<int16_t>(0x8080));
-  const __m128i fy7 = _mm_set1_epi16(static_cast<int16_t>(q.fy << 7));
-  const bool zero_row = q.fy == 0;  // u = 0 and fy = 0
   auto horizontal = [&](__m128i samples, int v) {
     const __m128i pairs = _mm_shuffle_epi8(samples, LoadTable(kShuffle[v]));
     const __m128i sum = _mm_maddubs_epi16(Load16(kWeights[v].b), pairs);
     return _mm_srli_epi16(_mm_add_epi16(sum, unbias), kFracBits);
   };
-  // No remainder: n is a multiple of the group.
-  for (int g = 0; g < n / kX6Group; ++g) {
-    const int c = 1 + g * kX6Group;
-    const int a = 4 * g;
-    if (zero_row) {
-      for (int v = 0; v < 3; ++v) BlendStore8(q, c + 8 * v, _mm_setzero_si128());
-      continue;
-    }
+  for (int i = 0; i < len; i += kX6Group) {
+    const int a = (g0 + i) / 6;
     const __m128i top = _mm_xor_si128(LoadSamples(q.s0 + a, named - a, kNeed), bias);
     const __m128i bottom = _mm_xor_si128(LoadSamples(q.s1 + a, named - a, kNeed), bias);
-    for (int v = 0; v < 3; ++v)
-      BlendStore8(q, c + 8 * v, Vertical8(horizontal(top, v), horizontal(bottom, v), fy7));
+    for (int v = 0; v < 3; ++v) StoreRows8(k, i + 8 * v, horizontal(top, v), horizontal(bottom, v));
+  }
+}
+
+// Blends bulk columns [1, 1 + n) with the blurred value 0 (a row with fy = 0).
+void X6ZeroRow(const RowCtx& q, int n) {
+  int c = 1;
+  for (; c + 16 <= 1 + n; c += 16) BlendStore16(q, c, _mm_setzero_si128(), _mm_setzero_si128());
+  if (c < 1 + n) BlendStore8(q, c, _mm_setzero_si128());
+}
+
+// As XFBulk_SSE41. A row with fy = 0 (the first of its r0, or with tiny dy
+// several) has its upper weight wrapped to 0 as well, so it blurs to 0.
+void X6Bulk_SSE41(const RowCtx* rows, int count, int n) {
+  int blurred = 0;
+  for (int i = 0; i < count; ++i) {
+    if (rows[i].fy == 0)
+      X6ZeroRow(rows[i], n);
+    else
+      ++blurred;
+  }
+  if (blurred == 0) return;
+  StripCache k;
+  const int named = n / 6 + 1;  // samples the rows name
+  for (int g0 = 0; g0 < n; g0 += kStrip) {
+    const int len = std::min(kStrip, n - g0);
+    X6HorizontalStrip(rows[0], g0, len, named, k);
+    for (int i = 0; i < count; ++i)
+      if (rows[i].fy != 0) VerticalBlendStrip(rows[i], 1 + g0, len, k);
   }
 }
 

@@ -229,6 +229,34 @@ TEST_P(CompositeYEquality, PreviewSizes) {
   }
 }
 
+// The vector members share one horizontal interpolation between rows with
+// the same r0 and cache it in strips of columns: rows wider than a strip,
+// runs cut by band edges and the bottom rows, and very flat small planes
+// (long runs, and for x6 several fy = 0 rows in one run).
+TEST_P(CompositeYEquality, RowRunsAndColumnStrips) {
+  const Member m = GetParam();
+  const int F = m.factor;
+  uint32_t seed = 900;
+  for (int W : {2030, 2046, 2047, 4100}) {
+    const int H = 3 * F + 5;
+    for (const auto& b : {std::pair<int, int>{0, H - 1}, {F + 1, 2 * F + 2}, {H - F - 2, H - 1}}) {
+      const Case c{W, H, SmallWidth(F, W, false), SmallHeight(F, H), b.first, b.second, 1,
+                   Pattern::kRandom};
+      ExpectSameBytes(m, c, seed++);
+      if (HasFatalFailure()) return;
+    }
+  }
+  for (int sh : {1, 2, 3}) {
+    const int H = 600;
+    for (const auto& b : {std::pair<int, int>{0, H - 1}, {7, 300}, {301, H - 1}}) {
+      ExpectSameBytes(m, Case{101, H, SmallWidth(F, 101, true), sh, b.first, b.second, 0,
+                              Pattern::kRandom},
+                      seed++);
+      if (HasFatalFailure()) return;
+    }
+  }
+}
+
 INSTANTIATE_TEST_SUITE_P(AllFactors, CompositeYEquality, ::testing::ValuesIn(kMembers),
                          [](const ::testing::TestParamInfo<Member>& info) {
                            return std::string(info.param.name);
