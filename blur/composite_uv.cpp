@@ -56,6 +56,47 @@ inline void PutPair(const RowPtrs& row, int p, const int* b) {
   }
 }
 
+// Consecutive output rows that read the same two small rows. Their
+// horizontal steps are equal, so a vector bulk computes them once per column
+// group and runs the rows inside; only fy, source, weights and output differ.
+// Capped so the run lives on the stack; a split run only recomputes.
+constexpr int kMaxRun = 16;
+struct Run {
+  const uint8_t* s0;
+  const uint8_t* s1;
+  int n;
+  int fy[kMaxRun];
+  RowPtrs row[kMaxRun];
+};
+
+// Small rows and vertical fraction of one output row.
+struct RowSource {
+  const uint8_t* s0;
+  const uint8_t* s1;
+  int fy;
+};
+
+// Rows [r_begin, r_end] in order, cut into runs sharing (s0, s1); `source`
+// maps a row to its RowSource, `emit` handles one run.
+template <typename SourceFn, typename EmitFn>
+void ForEachRun(const uint8_t* src, const uint16_t* weights, uint8_t* out, int W, int r_begin,
+                int r_end, SourceFn source, EmitFn emit) {
+  Run run{};
+  for (int r = r_begin; r <= r_end; ++r) {
+    const RowSource rs = source(r);
+    if (run.n == kMaxRun || (run.n > 0 && (rs.s0 != run.s0 || rs.s1 != run.s1))) {
+      emit(run);
+      run.n = 0;
+    }
+    run.s0 = rs.s0;
+    run.s1 = rs.s1;
+    run.fy[run.n] = rs.fy;
+    run.row[run.n] = RowAt(src, weights, out, W, r);
+    ++run.n;
+  }
+  if (run.n > 0) emit(run);
+}
+
 // ---------------------------------------------------------------------------
 // x2: the four pairs of a 2x2 block of pairs share the mean of the 2x2 block
 // of small pairs at halved coordinates (a half-pair shift, not interpolation).
@@ -83,28 +124,28 @@ void X2EdgePairs(const RowPtrs& row, const uint8_t* s0, const uint8_t* s1, int p
   }
 }
 
-using X2BulkFn = void (*)(const RowPtrs& row, const uint8_t* s0, const uint8_t* s1, int pairs);
+using X2BulkFn = void (*)(const Run& run, int pairs);
 
-void X2Bulk_C(const RowPtrs& row, const uint8_t* s0, const uint8_t* s1, int pairs) {
-  X2Pairs_C(row, s0, s1, 0, pairs);
+void X2Bulk_C(const Run& run, int pairs) {
+  for (int i = 0; i < run.n; ++i) X2Pairs_C(run.row[i], run.s0, run.s1, 0, pairs);
 }
 
 void CompositeX2(X2BulkFn bulk, const uint8_t* src, int W, int sw, int sh, const uint16_t* weights,
                  const uint8_t* small, uint8_t* out, int first, int last) {
   const int pairs = W / kPair;
-  auto do_row = [&](int r, bool clamp) {
-    const int r0 = r >> 1;
-    const int r1 = clamp && r0 + 1 > sh - 1 ? sh - 1 : r0 + 1;
-    const RowPtrs row = RowAt(src, weights, out, W, r);
-    const uint8_t* s0 = small + r0 * sw;
-    const uint8_t* s1 = small + r1 * sw;
-    bulk(row, s0, s1, pairs - 2);
-    X2EdgePairs(row, s0, s1, pairs);
-  };
-  for (int r = first; r <= last - 2; ++r) do_row(r, false);
   // The band's last two rows clamp r1; a one-row band thus also rewrites the
-  // row above it (same values), except at row 0.
-  for (int r = last - 1 < 0 ? 0 : last - 1; r <= last; ++r) do_row(r, true);
+  // row above it (same values), except at row 0. Either way the rows written
+  // are one consecutive range.
+  const int r_begin = first < last - 1 ? first : (last - 1 < 0 ? 0 : last - 1);
+  auto source = [&](int r) {
+    const int r0 = r >> 1;
+    const int r1 = r >= last - 1 && r0 + 1 > sh - 1 ? sh - 1 : r0 + 1;
+    return RowSource{small + r0 * sw, small + r1 * sw, 0};
+  };
+  ForEachRun(src, weights, out, W, r_begin, last, source, [&](const Run& run) {
+    bulk(run, pairs - 2);
+    for (int i = 0; i < run.n; ++i) X2EdgePairs(run.row[i], run.s0, run.s1, pairs);
+  });
 }
 
 // ---------------------------------------------------------------------------
@@ -135,12 +176,12 @@ void X48PhasePairs_C(const RowPtrs& row, const uint8_t* s0, const uint8_t* s1, i
   }
 }
 
-using X48BulkFn = void (*)(const RowPtrs& row, const uint8_t* s0, const uint8_t* s1, int fy,
-                           int pairs);
+using X48BulkFn = void (*)(const Run& run, int pairs);
 
 template <int F>
-void X48Bulk_C(const RowPtrs& row, const uint8_t* s0, const uint8_t* s1, int fy, int pairs) {
-  X48PhasePairs_C<F>(row, s0, s1, fy, 0, pairs);
+void X48Bulk_C(const Run& run, int pairs) {
+  for (int i = 0; i < run.n; ++i)
+    X48PhasePairs_C<F>(run.row[i], run.s0, run.s1, run.fy[i], 0, pairs);
 }
 
 // Main row beyond the bulk: pairs up to W/2 - F - 1 from p * dx, then the
@@ -189,8 +230,8 @@ void X48BottomRow(const RowPtrs& row, const uint8_t* s0, int p_begin, int pairs,
 // r1 = r0 the vertical step returns h0 exactly, and when dx is 65536 / F the
 // positions p * dx equal the phase table. The _c members pass false.
 template <int F>
-void CompositeX48(X48BulkFn bulk, bool bulk_bottom, const uint8_t* src, int W, int H, int sw, int sh,
-                  const uint16_t* weights, const uint8_t* small, uint8_t* out, int first,
+void CompositeX48(X48BulkFn bulk, bool bulk_bottom, const uint8_t* src, int W, int H, int sw,
+                  int sh, const uint16_t* weights, const uint8_t* small, uint8_t* out, int first,
                   int last) {
   const int dx = sw * 65536 / W;
   const int dy = sh * 65536 / H;
@@ -198,22 +239,27 @@ void CompositeX48(X48BulkFn bulk, bool bulk_bottom, const uint8_t* src, int W, i
   const int bulk_pairs = BulkPairsX48<F>(W);
   const bool bottom = last == H - 1;
   const int main_last = bottom ? H - 1 - F : last;
-  for (int r = first; r <= main_last; ++r) {
+  auto main_source = [&](int r) {
     const Pos q = PosAt(r, dy);  // r1 = r0 + 1 unclamped: bottom rows are excluded
-    const RowPtrs row = RowAt(src, weights, out, W, r);
     const uint8_t* s0 = small + q.x0 * sw;
-    const uint8_t* s1 = s0 + sw;
-    bulk(row, s0, s1, q.fx, bulk_pairs);
-    X48MainTail<F>(row, s0, s1, q.fx, bulk_pairs, pairs, dx);
-  }
+    return RowSource{s0, s0 + sw, q.fx};
+  };
+  ForEachRun(src, weights, out, W, first, main_last, main_source, [&](const Run& run) {
+    bulk(run, bulk_pairs);
+    for (int i = 0; i < run.n; ++i) {
+      X48MainTail<F>(run.row[i], run.s0, run.s1, run.fy[i], bulk_pairs, pairs, dx);
+    }
+  });
   if (!bottom) return;
   const int bottom_bulk = bulk_bottom && dx == 65536 / F ? bulk_pairs : 0;
-  for (int r = H - F; r <= H - 1; ++r) {
-    const RowPtrs row = RowAt(src, weights, out, W, r);
+  auto bottom_source = [&](int r) {
     const uint8_t* s0 = small + PosAt(r, dy).x0 * sw;
-    if (bottom_bulk > 0) bulk(row, s0, s0, 0, bottom_bulk);
-    X48BottomRow<F>(row, s0, bottom_bulk, pairs, dx);
-  }
+    return RowSource{s0, s0, 0};
+  };
+  ForEachRun(src, weights, out, W, H - F, H - 1, bottom_source, [&](const Run& run) {
+    if (bottom_bulk > 0) bulk(run, bottom_bulk);
+    for (int i = 0; i < run.n; ++i) X48BottomRow<F>(run.row[i], run.s0, bottom_bulk, pairs, dx);
+  });
 }
 
 // ---------------------------------------------------------------------------
@@ -231,12 +277,13 @@ int BulkPairsX6(int W) { return kX6GroupPairs * ((W - 12) / 24); }
 
 inline int X6Vertical(int a, int b, int u, int fy) { return Lerp(a, b, u, fy); }
 
-using X6BulkFn = void (*)(const RowPtrs& row, const uint8_t* s0, const uint8_t* s1, int u, int fy,
-                          int bulk_pairs);
+inline int X6Upper(int fy) { return (kFracOne - fy) & 255; }
+
+using X6BulkFn = void (*)(const Run& run, int bulk_pairs);
 
 // Pairs 1..bulk_pairs: x0 = (p - 1) / 6, weights by (p - 1) mod 6.
-void X6Bulk_C(const RowPtrs& row, const uint8_t* s0, const uint8_t* s1, int u, int fy,
-              int bulk_pairs) {
+void X6Pairs_C(const RowPtrs& row, const uint8_t* s0, const uint8_t* s1, int fy, int bulk_pairs) {
+  const int u = X6Upper(fy);
   for (int p = 1; p <= bulk_pairs; ++p) {
     const int x = kPair * ((p - 1) / kX6Cycle);
     const int i = (p - 1) % kX6Cycle;
@@ -248,6 +295,10 @@ void X6Bulk_C(const RowPtrs& row, const uint8_t* s0, const uint8_t* s1, int u, i
     }
     PutPair<false>(row, p, b);
   }
+}
+
+void X6Bulk_C(const Run& run, int bulk_pairs) {
+  for (int i = 0; i < run.n; ++i) X6Pairs_C(run.row[i], run.s0, run.s1, run.fy[i], bulk_pairs);
 }
 
 // Horizontal-only row (row 0 and the bottom rows): pair 0 and the last 5
@@ -265,15 +316,15 @@ void X6HorizontalRow(const RowPtrs& row, const uint8_t* s0, int pairs, int dx) {
   }
 }
 
-void X6MainRow(X6BulkFn bulk, const RowPtrs& row, const uint8_t* s0, const uint8_t* s1, int fy,
-               int pairs, int bulk_pairs, int dx) {
-  const int u = (kFracOne - fy) & 255;
+// Main row outside the bulk: pair 0, then pairs bulk_pairs + 1 on.
+void X6MainEdges(const RowPtrs& row, const uint8_t* s0, const uint8_t* s1, int fy, int pairs,
+                 int bulk_pairs, int dx) {
+  const int u = X6Upper(fy);
   {
     int b[kPair];
     for (int c = 0; c < kPair; ++c) b[c] = X6Vertical(s0[c], s1[c], u, fy);
     PutPair<false>(row, 0, b);
   }
-  bulk(row, s0, s1, u, fy, bulk_pairs);
   for (int p = bulk_pairs + 1; p < pairs; ++p) {
     const Pos q = PosAt(p, dx);
     const int x = kPair * q.x0;
@@ -302,11 +353,17 @@ void CompositeX6(X6BulkFn bulk, const uint8_t* src, int W, int H, int sw, int sh
   if (first == 0) X6HorizontalRow(RowAt(src, weights, out, W, 0), small, pairs, dx);
   const int main_first = first == 0 ? 1 : first;
   const int main_last = bottom ? H - 1 - kX6Edge : last;
-  for (int r = main_first; r <= main_last; ++r) {
+  auto source = [&](int r) {
     const Pos q = PosAt(r, dy);
     const uint8_t* s0 = small + q.x0 * sw;
-    X6MainRow(bulk, RowAt(src, weights, out, W, r), s0, s0 + sw, q.fx, pairs, bulk_pairs, dx);
-  }
+    return RowSource{s0, s0 + sw, q.fx};
+  };
+  ForEachRun(src, weights, out, W, main_first, main_last, source, [&](const Run& run) {
+    bulk(run, bulk_pairs);
+    for (int i = 0; i < run.n; ++i) {
+      X6MainEdges(run.row[i], run.s0, run.s1, run.fy[i], pairs, bulk_pairs, dx);
+    }
+  });
   if (!bottom) return;
   for (int r = H - kX6Edge; r <= H - 1; ++r) {
     X6HorizontalRow(RowAt(src, weights, out, W, r), small + PosAt(r, dy).x0 * sw, pairs, dx);
@@ -411,8 +468,9 @@ constexpr Table16 PairShuffle(LaneFirst f, int c) {
 // ---- x2: lane j (pair p + j, p even) reads small pairs j/2 and j/2 + 1.
 constexpr LaneFirst kX2First = {{0, 0, 1, 1, 2, 2, 3, 3}};
 
-// Remainder: 8 pairs per step while all fit, then the scalar formula.
-void X2Bulk_SSE41(const RowPtrs& row, const uint8_t* s0, const uint8_t* s1, int pairs) {
+// Remainder: 8 pairs per step while all fit, then the scalar formula. The
+// 2x2 mean has no fraction, so the run's rows share it outright.
+void X2Bulk_SSE41(const Run& run, int pairs) {
   static constexpr Table16 kShufU = PairShuffle(kX2First, 0);
   static constexpr Table16 kShufV = PairShuffle(kX2First, 1);
   const __m128i shuf_u = LoadTable(kShufU), shuf_v = LoadTable(kShufV);
@@ -427,11 +485,12 @@ void X2Bulk_SSE41(const RowPtrs& row, const uint8_t* s0, const uint8_t* s1, int 
   int p = 0;
   for (; p + 8 <= pairs; p += 8) {
     const int a = p;  // byte of small pair p / 2
-    const __m128i top = LoadWindow(s0 + a, named - a);
-    const __m128i bottom = LoadWindow(s1 + a, named - a);
-    BlendStore16(row, p, mean(top, bottom, shuf_u), mean(top, bottom, shuf_v));
+    const __m128i top = LoadWindow(run.s0 + a, named - a);
+    const __m128i bottom = LoadWindow(run.s1 + a, named - a);
+    const __m128i u = mean(top, bottom, shuf_u), v = mean(top, bottom, shuf_v);
+    for (int i = 0; i < run.n; ++i) BlendStore16(run.row[i], p, u, v);
   }
-  X2Pairs_C(row, s0, s1, p, pairs);
+  for (int i = 0; i < run.n; ++i) X2Pairs_C(run.row[i], run.s0, run.s1, p, pairs);
 }
 
 // ---- x4, x8: lane j (pair p + j, p a multiple of F or of 4) reads small
@@ -455,51 +514,53 @@ constexpr Table16 PhaseWeights(int F) {
 // Remainder: 8 pairs per step, then one group of 4 (x4's bulk_pairs is a
 // multiple of 4, x8's of 8). The window of small pairs p/F.. is read only as
 // far as the bulk names (pair (bulk_pairs - 1) / F + 1).
+// Per column group the four horizontal vectors are formed once and stay in
+// registers while the run's rows take their vertical step and blend.
 template <int F>
-void X48Bulk_SSE41(const RowPtrs& row, const uint8_t* s0, const uint8_t* s1, int fy,
-                   int bulk_pairs) {
+void X48Bulk_SSE41(const Run& run, int bulk_pairs) {
   static constexpr Table16 kShufU = PairShuffle(PhaseFirst(F), 0);
   static constexpr Table16 kShufV = PairShuffle(PhaseFirst(F), 1);
   static constexpr Table16 kWeights = PhaseWeights(F);
   const __m128i shuf_u = LoadTable(kShufU), shuf_v = LoadTable(kShufV);
   const __m128i weights = LoadTable(kWeights);
   const __m128i div = _mm_set1_epi16(32768 / F);
-  const __m128i fy7 = _mm_set1_epi16(static_cast<int16_t>(fy << 7));
   const int named = bulk_pairs > 0 ? kPair * ((bulk_pairs - 1) / F + 2) : 0;
+  __m128i fy7[kMaxRun];
+  for (int i = 0; i < run.n; ++i) fy7[i] = _mm_set1_epi16(static_cast<int16_t>(run.fy[i] << 7));
   auto horizontal = [&](__m128i window, __m128i shuf) {
     return _mm_mulhrs_epi16(_mm_maddubs_epi16(_mm_shuffle_epi8(window, shuf), weights), div);
   };
-  auto blurred = [&](int p, __m128i* u, __m128i* v) {
+  // Blends pairs p.. of every row of the run with `store` (16 or 8 bytes).
+  auto group = [&](int p, auto store) {
     const int a = kPair * (p / F);
-    const __m128i top = LoadWindow(s0 + a, named - a);
-    const __m128i bottom = LoadWindow(s1 + a, named - a);
-    *u = Vertical(horizontal(top, shuf_u), horizontal(bottom, shuf_u), fy7);
-    *v = Vertical(horizontal(top, shuf_v), horizontal(bottom, shuf_v), fy7);
+    const __m128i top = LoadWindow(run.s0 + a, named - a);
+    const __m128i bottom = LoadWindow(run.s1 + a, named - a);
+    const __m128i u0 = horizontal(top, shuf_u), u1 = horizontal(bottom, shuf_u);
+    const __m128i v0 = horizontal(top, shuf_v), v1 = horizontal(bottom, shuf_v);
+    for (int i = 0; i < run.n; ++i) {
+      store(run.row[i], p, Vertical(u0, u1, fy7[i]), Vertical(v0, v1, fy7[i]));
+    }
   };
-  __m128i u, v;
   int p = 0;
-  for (; p + 8 <= bulk_pairs; p += 8) {
-    blurred(p, &u, &v);
-    BlendStore16(row, p, u, v);
-  }
-  if (p < bulk_pairs) {
-    blurred(p, &u, &v);
-    BlendStore8(row, p, u, v);
-  }
+  for (; p + 8 <= bulk_pairs; p += 8) group(p, BlendStore16);
+  if (p < bulk_pairs) group(p, BlendStore8);
 }
 
-// ---- x6: groups of 12 pairs from pair 1 + 12g read small pairs 2g..2g+2;
-// pair 1 + 12g + j has x0 = 2g + j/6 and cycle step j mod 6. Part A holds
-// j = 0..7, part B j = 8..11 in lanes 0..3 (lanes 4..7 repeat them).
+// ---- x6: a block of 24 pairs (two groups of 12) from pair 1 + 24b reads
+// small pairs 4b..4b+4 (10 bytes, one window); its pair 1 + 24b + q has
+// x0 = 4b + q/6 and cycle step q mod 6. Part v holds q = 8v..8v+7; a lone
+// last group of 12 uses part 0 and lanes 0..3 of part 1.
+constexpr int kX6Parts = 3;
+constexpr int kX6BlockPairs = 8 * kX6Parts;
 constexpr LaneFirst X6First(int part) {
   LaneFirst f{};
-  for (int j = 0; j < 8; ++j) f.pair[j] = (8 * part + j % (part ? 4 : 8)) / kX6Cycle;
+  for (int j = 0; j < 8; ++j) f.pair[j] = (8 * part + j) / kX6Cycle;
   return f;
 }
 constexpr UTable16 X6Weights(int part) {
   UTable16 t{};
   for (int j = 0; j < 8; ++j) {
-    const int i = (8 * part + j % (part ? 4 : 8)) % kX6Cycle;
+    const int i = (8 * part + j) % kX6Cycle;
     t.b[2 * j] = static_cast<uint8_t>(kX6Left[i]);
     t.b[2 * j + 1] = static_cast<uint8_t>(kX6Right[i]);
   }
@@ -510,34 +571,54 @@ constexpr UTable16 X6Weights(int part) {
 // maddubs takes the weights unsigned and the samples biased to signed
 // (s - 128): the sum L*left + R*right - 32768 stays in [-32768, 32512], and
 // adding 0x8080 mod 2^16 gives L*left + R*right + 128 <= 65408 for the shift.
-// Remainder: none, the bulk is whole groups of 12 pairs.
-void X6Bulk_SSE41(const RowPtrs& row, const uint8_t* s0, const uint8_t* s1, int u, int fy,
-                  int bulk_pairs) {
-  static constexpr Table16 kShuf[2][2] = {
+// Remainder: the bulk is whole groups of 12 pairs; blocks of 24 (three full
+// vectors), then at most one group of 12 as 16 + 8 bytes. Each part's four
+// horizontal vectors serve all rows of the run before the next part.
+void X6Bulk_SSE41(const Run& run, int bulk_pairs) {
+  static constexpr Table16 kShuf[kX6Parts][2] = {
       {PairShuffle(X6First(0), 0), PairShuffle(X6First(0), 1)},
-      {PairShuffle(X6First(1), 0), PairShuffle(X6First(1), 1)}};
-  static constexpr UTable16 kWeights[2] = {X6Weights(0), X6Weights(1)};
-  (void)u;  // u = 256 - fy except on fy = 0 rows, which blur to 0
+      {PairShuffle(X6First(1), 0), PairShuffle(X6First(1), 1)},
+      {PairShuffle(X6First(2), 0), PairShuffle(X6First(2), 1)}};
+  static constexpr UTable16 kWeights[kX6Parts] = {X6Weights(0), X6Weights(1), X6Weights(2)};
   const __m128i bias = _mm_set1_epi8(static_cast<char>(0x80));
   const __m128i unbias = _mm_set1_epi16(static_cast<int16_t>(0x8080));
-  const __m128i fy7 = _mm_set1_epi16(static_cast<int16_t>(fy << 7));
   const int named = bulk_pairs > 0 ? kPair * ((bulk_pairs - 1) / kX6Cycle + 2) : 0;
-  auto blurred = [&](__m128i top, __m128i bottom, int part, int c) {
-    if (fy == 0) return _mm_setzero_si128();
+  // u = 256 - fy except on fy = 0 rows, whose u wraps to 0: they blur to 0.
+  __m128i fy7[kMaxRun];
+  for (int i = 0; i < run.n; ++i) fy7[i] = _mm_set1_epi16(static_cast<int16_t>(run.fy[i] << 7));
+  auto horizontal = [&](__m128i window, int part, int c) {
     const __m128i shuf = LoadTable(kShuf[part][c]);
-    const __m128i wts = LoadTable(kWeights[part]);
-    auto horizontal = [&](__m128i window) {
-      const __m128i sum = _mm_maddubs_epi16(wts, _mm_shuffle_epi8(window, shuf));
-      return _mm_srli_epi16(_mm_add_epi16(sum, unbias), 8);
-    };
-    return Vertical(horizontal(top), horizontal(bottom), fy7);
+    const __m128i sum =
+        _mm_maddubs_epi16(LoadTable(kWeights[part]), _mm_shuffle_epi8(window, shuf));
+    return _mm_srli_epi16(_mm_add_epi16(sum, unbias), 8);
   };
-  for (int p = 1; p + kX6GroupPairs - 1 <= bulk_pairs; p += kX6GroupPairs) {
+  auto part_rows = [&](__m128i top, __m128i bottom, int part, int p, auto store) {
+    const __m128i u0 = horizontal(top, part, 0), u1 = horizontal(bottom, part, 0);
+    const __m128i v0 = horizontal(top, part, 1), v1 = horizontal(bottom, part, 1);
+    for (int i = 0; i < run.n; ++i) {
+      if (run.fy[i] == 0) {
+        store(run.row[i], p, _mm_setzero_si128(), _mm_setzero_si128());
+      } else {
+        store(run.row[i], p, Vertical(u0, u1, fy7[i]), Vertical(v0, v1, fy7[i]));
+      }
+    }
+  };
+  auto windows = [&](int p, __m128i* top, __m128i* bottom) {
     const int a = kPair * ((p - 1) / kX6Cycle);
-    const __m128i top = _mm_xor_si128(LoadWindow(s0 + a, named - a), bias);
-    const __m128i bottom = _mm_xor_si128(LoadWindow(s1 + a, named - a), bias);
-    BlendStore16(row, p, blurred(top, bottom, 0, 0), blurred(top, bottom, 0, 1));
-    BlendStore8(row, p + 8, blurred(top, bottom, 1, 0), blurred(top, bottom, 1, 1));
+    *top = _mm_xor_si128(LoadWindow(run.s0 + a, named - a), bias);
+    *bottom = _mm_xor_si128(LoadWindow(run.s1 + a, named - a), bias);
+  };
+  __m128i top, bottom;
+  int p = 1;
+  for (; p + kX6BlockPairs - 1 <= bulk_pairs; p += kX6BlockPairs) {
+    windows(p, &top, &bottom);
+    for (int part = 0; part < kX6Parts; ++part)
+      part_rows(top, bottom, part, p + 8 * part, BlendStore16);
+  }
+  if (p + kX6GroupPairs - 1 <= bulk_pairs) {
+    windows(p, &top, &bottom);
+    part_rows(top, bottom, 0, p, BlendStore16);
+    part_rows(top, bottom, 1, p + 8, BlendStore8);
   }
 }
 #endif  // __SSE4_1__
@@ -564,13 +645,15 @@ DOFRA_BLEND(__CreateOutputImage_UV_x2_neon) {
   CompositeX2(X2Bulk_SSE41, src, W, sw, sh, weights, small, out, first_row, last_row);
 }
 DOFRA_BLEND(__CreateOutputImage_UV_x4_neon) {
-  CompositeX48<4>(X48Bulk_SSE41<4>, true, src, W, H, sw, sh, weights, small, out, first_row, last_row);
+  CompositeX48<4>(X48Bulk_SSE41<4>, true, src, W, H, sw, sh, weights, small, out, first_row,
+                  last_row);
 }
 DOFRA_BLEND(__CreateOutputImage_UV_x6_neon) {
   CompositeX6(X6Bulk_SSE41, src, W, H, sw, sh, weights, small, out, first_row, last_row);
 }
 DOFRA_BLEND(__CreateOutputImage_UV_x8_neon) {
-  CompositeX48<8>(X48Bulk_SSE41<8>, true, src, W, H, sw, sh, weights, small, out, first_row, last_row);
+  CompositeX48<8>(X48Bulk_SSE41<8>, true, src, W, H, sw, sh, weights, small, out, first_row,
+                  last_row);
 }
 #else
 DOFRA_BLEND(__CreateOutputImage_UV_x2_neon) {

@@ -104,6 +104,23 @@ std::vector<EqualityCase> EqualityCases() {
   return cases;
 }
 
+void ExpectVectorMatches(const Member& m, const Plane& pl, const Inputs& in, int first, int last,
+                         int offset) {
+  const auto ref = RunBlend(m.ref, pl, in, first, last, 1, offset);
+  const auto vec = RunBlend(m.vec, pl, in, first, last, 101, offset + 1);
+  for (int r = 0; r < pl.H; ++r) {
+    const bool band = r >= first && r <= last;
+    for (int x = 0; x < pl.W; ++x) {
+      const size_t i = size_t(r) * pl.W + x;
+      // Outside the band a byte is either written alike or left by both.
+      if (band || ref[i] != 1 || vec[i] != 101) {
+        ASSERT_EQ(ref[i], vec[i]) << "band " << first << ".." << last << " row " << r << " byte "
+                                  << x;
+      }
+    }
+  }
+}
+
 class CompositeEquality : public ::testing::TestWithParam<EqualityCase> {};
 
 TEST_P(CompositeEquality, VectorMatchesFormula) {
@@ -112,18 +129,7 @@ TEST_P(CompositeEquality, VectorMatchesFormula) {
   const Plane pl = FromFrame(m.factor, c.W, c.H);
   std::mt19937 rng(c.W * 1009 + c.H * 7 + c.first);
   const Inputs in(pl, c.offset, rng);
-  const auto ref = RunBlend(m.ref, pl, in, c.first, c.last, 1, c.offset);
-  const auto vec = RunBlend(m.vec, pl, in, c.first, c.last, 101, c.offset + 1);
-  for (int r = 0; r < pl.H; ++r) {
-    const bool band = r >= c.first && r <= c.last;
-    for (int x = 0; x < pl.W; ++x) {
-      const size_t i = size_t(r) * pl.W + x;
-      // Outside the band a byte is either written alike or left by both.
-      if (band || ref[i] != 1 || vec[i] != 101) {
-        ASSERT_EQ(ref[i], vec[i]) << "row " << r << " byte " << x;
-      }
-    }
-  }
+  ExpectVectorMatches(m, pl, in, c.first, c.last, c.offset);
 }
 
 INSTANTIATE_TEST_SUITE_P(Random, CompositeEquality, ::testing::ValuesIn(EqualityCases()));
@@ -176,6 +182,28 @@ TEST_P(CompositeMember, WeightFromUpperLeftLumaEntry) {
   for (size_t i = 0; i < src.size(); ++i) {
     const bool blurred = (i % pl.W / 2) % 2 != 0;
     ASSERT_EQ(outs[0][i], blurred ? outs[2][i] : src[i]) << i;
+  }
+}
+
+// The vector bulk shares work across consecutive rows reading the same small
+// rows; a band may start or end inside such a group, and the bottom rows
+// start a new one. Every band start and a few lengths, from every row.
+TEST_P(CompositeMember, BandsFromEveryRow) {
+  const Member m = GetParam();
+  const int f = m.factor;
+  // sw = 22; x4 and x8 also take a W beyond F * sw.
+  const Plane pl = FromFrame(f, 22 * f + (f % 4 == 0 ? 2 : 0), 6 * f);
+  std::mt19937 rng(5);
+  const Inputs in(pl, 3, rng);
+  for (int first = 0; first < pl.H; ++first) {
+    for (int len : {1, 2, 3, f + 1}) {
+      // A band that would end among the bottom rows ends at H - 1, as the
+      // pipeline's last band does (only then are they in the small plane).
+      int last = first + len - 1;
+      if (last > pl.H - 2 - BottomRows(f)) last = pl.H - 1;
+      ExpectVectorMatches(m, pl, in, first, last, first % 4);
+      if (HasFatalFailure()) return;
+    }
   }
 }
 
