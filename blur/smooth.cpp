@@ -6,6 +6,12 @@
 // Both planes share one body: `kLead` is the distance in bytes between a
 // sample and its same-channel neighbour (1 for luma, 2 for interleaved
 // pairs), so the box spans `2r * kLead` bytes across.
+//
+// The scalar members are the table formula itself. The vectorised members
+// reach the same box sums with a sliding window in 16-bit lanes when they
+// fit (r <= 7); only the box sum enters the output, so any exact way of
+// summing gives the same bytes. They leave the integral scratch unwritten
+// then; larger radii go through the table as the scalar members do.
 #include <cstring>
 
 #if defined(__SSE4_1__)
@@ -184,6 +190,129 @@ SmoothRows BestRows(int r, uint32_t w) {
           BoxRow_SSE41<kLead, true, false>};
 }
 
+// Sliding box: rather than through the table, S is summed directly. Per
+// strip of columns, 16-bit column sums over expanded rows y..y+2r slide down
+// one row per output row (add the new row, drop the old one), then 2r + 1
+// shifted loads of them give S. Exact while S fits a word:
+// (2 * 7 + 1)^2 * 255 = 57375 < 2^16; a column sum is at most 15 * 255.
+constexpr int kSlideMaxRadius = 7;
+constexpr int kStripOutputs = 1024;  // a 960-wide small plane is one strip
+constexpr int kMaxSpan = 2 * kSlideMaxRadius * 2;
+constexpr int kAnyRadius = -1;  // template radius read at run time
+
+inline __m128i LoadU16x8(const uint16_t* p) {
+  return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+}
+
+// sums[q] += add[q] (- sub[q]) over m columns, wrapping words; remainder:
+// the scalar body over the last m % 8 columns (not idempotent, no overlap).
+template <bool kSub>
+void SlideColumns_SSE41(const uint8_t* add, const uint8_t* sub, uint16_t* sums, int m) {
+  const __m128i zero = _mm_setzero_si128();
+  int q = 0;
+  for (; q + 16 <= m; q += 16) {
+    const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(add + q));
+    __m128i lo = _mm_add_epi16(LoadU16x8(sums + q), _mm_unpacklo_epi8(a, zero));
+    __m128i hi = _mm_add_epi16(LoadU16x8(sums + q + 8), _mm_unpackhi_epi8(a, zero));
+    if (kSub) {
+      const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(sub + q));
+      lo = _mm_sub_epi16(lo, _mm_unpacklo_epi8(b, zero));
+      hi = _mm_sub_epi16(hi, _mm_unpackhi_epi8(b, zero));
+    }
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(sums + q), lo);
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(sums + q + 8), hi);
+  }
+  for (; q < m; ++q) sums[q] = static_cast<uint16_t>(sums[q] + add[q] - (kSub ? sub[q] : 0));
+}
+
+// The horizontal 2r + 1 taps (kLead bytes apart) of eight outputs.
+template <int kLead, int kR>
+inline __m128i BoxSum8(const uint16_t* sums, int r) {
+  const int taps = 2 * (kR == kAnyRadius ? r : kR) + 1;
+  __m128i sum = LoadU16x8(sums);
+  for (int j = 1; j < taps; ++j) sum = _mm_add_epi16(sum, LoadU16x8(sums + j * kLead));
+  return sum;
+}
+
+template <int kLead>
+inline uint32_t BoxSum_C(const uint16_t* sums, int r) {
+  uint32_t sum = 0;
+  for (int j = 0; j <= 2 * r; ++j) sum += sums[j * kLead];
+  return sum;
+}
+
+// Eight sums already in words: the same two mulhrs steps as Normalise8Narrow.
+inline __m128i NormaliseWords8Narrow(__m128i sums, __m128i w_scaled) {
+  const __m128i t = _mm_mulhrs_epi16(sums, w_scaled);
+  return _mm_and_si128(_mm_mulhrs_epi16(t, w_scaled), _mm_set1_epi16(0xFF));
+}
+
+inline __m128i NormaliseWords8Wide(__m128i sums, __m128i w) {
+  const __m128i zero = _mm_setzero_si128();
+  return Normalise8Wide(_mm_unpacklo_epi16(sums, zero), _mm_unpackhi_epi16(sums, zero), w);
+}
+
+// One strip row of n outputs from its column sums. Remainder: one last
+// vector ending at n, overlapping outputs already written with the same
+// values (idempotent); strips narrower than a vector take the scalar body.
+template <int kLead, int kR, bool kNarrow>
+void SlideBoxRow_SSE41(const uint16_t* sums, uint8_t* dst, int n, int r, uint32_t w) {
+  if (n < 8) {
+    for (int x = 0; x < n; ++x)
+      dst[x] = static_cast<uint8_t>(Normalise(BoxSum_C<kLead>(sums + x, r), w));
+    return;
+  }
+  const __m128i wv = kNarrow ? _mm_set1_epi16(static_cast<int16_t>(w << kNarrowScale))
+                             : _mm_set1_epi32(static_cast<int>(w));
+  for (int x = 0;; x += 8) {
+    if (x > n - 8) x = n - 8;
+    const __m128i sum = BoxSum8<kLead, kR>(sums + x, r);
+    const __m128i words = kNarrow ? NormaliseWords8Narrow(sum, wv) : NormaliseWords8Wide(sum, wv);
+    _mm_storel_epi64(reinterpret_cast<__m128i*>(dst + x), _mm_packus_epi16(words, words));
+    if (x == n - 8) break;
+  }
+}
+
+using SlideBoxRowFn = void (*)(const uint16_t* sums, uint8_t* dst, int n, int r, uint32_t w);
+
+// Rows y0..y1 of the destination from expanded rows y0..y1 + 2r, strip by
+// strip; a strip reads expanded columns x0..x0 + n + span - 1 only.
+template <int kLead>
+void SlideBand(SlideBoxRowFn box_row, const uint8_t* expanded, uint8_t* dst, int W, int r,
+               uint32_t w, int y0, int y1) {
+  const int span = 2 * r * kLead;
+  const size_t pitch = static_cast<size_t>(W + span);
+  uint16_t sums[kStripOutputs + kMaxSpan];
+  for (int x0 = 0; x0 < W; x0 += kStripOutputs) {
+    const int n = W - x0 < kStripOutputs ? W - x0 : kStripOutputs;
+    const int m = n + span;
+    const uint8_t* strip = expanded + x0;
+    std::memset(sums, 0, static_cast<size_t>(m) * sizeof(sums[0]));
+    for (int p = y0; p <= y0 + 2 * r && y0 <= y1; ++p)
+      SlideColumns_SSE41<false>(strip + p * pitch, nullptr, sums, m);
+    for (int y = y0; y <= y1; ++y) {
+      box_row(sums, dst + static_cast<size_t>(y) * W + x0, n, r, w);
+      if (y < y1)
+        SlideColumns_SSE41<true>(strip + (y + 2 * r + 1) * pitch, strip + y * pitch, sums, m);
+    }
+  }
+}
+
+template <int kLead, int kR>
+SlideBoxRowFn SlideRow(bool narrow) {
+  return narrow ? SlideBoxRow_SSE41<kLead, kR, true> : SlideBoxRow_SSE41<kLead, kR, false>;
+}
+
+// The pipeline always runs r = 2, so that radius gets unrolled taps.
+constexpr int kPipelineRadius = 2;
+
+template <int kLead>
+SlideBoxRowFn BestSlideRow(int r, uint32_t w) {
+  const bool narrow = r <= kNarrowMaxRadius && w <= kNarrowMaxWeight;
+  return r == kPipelineRadius ? SlideRow<kLead, kPipelineRadius>(narrow)
+                              : SlideRow<kLead, kAnyRadius>(narrow);
+}
+
 #else
 
 template <int kLead>
@@ -225,14 +354,31 @@ void Smooth(const SmoothRows rows, ExpandFn expand, const uint8_t* src, uint8_t*
   }
 }
 
+// The vectorised member: the sliding box within its word budget, the
+// integral table otherwise (and on targets without SSE4.1).
+template <int kLead>
+void SmoothFast(ExpandFn expand, const uint8_t* src, uint8_t* expanded, uint8_t* dst, int W, int H,
+                const uint16_t* kernel_weights, int r, uint8_t* integral, int y0, int y1) {
+  const uint32_t w = kernel_weights[0];
+#if defined(__SSE4_1__)
+  if (r <= kSlideMaxRadius) {
+    expand(src, expanded, W, H, r, y0, y1);
+    SlideBand<kLead>(BestSlideRow<kLead>(r, w), expanded, dst, W, r, w, y0, y1);
+    return;
+  }
+#endif
+  Smooth<kLead>(BestRows<kLead>(r, w), expand, src, expanded, dst, W, H, kernel_weights, r,
+                integral, y0, y1);
+}
+
 }  // namespace
 
 // The kernel count (seventh argument) is never read: r and entry 0 of the
 // weights define the filter.
 DOFRA_SMOOTH(__GaussianSmoothImage_Y_integral_image_neon) {
   (void)count;
-  Smooth<1>(BestRows<1>(r, kernel_weights[0]), __ExpandY, src, expanded, dst, W, H, kernel_weights,
-            r, integral, row_start, row_end);
+  SmoothFast<1>(__ExpandY, src, expanded, dst, W, H, kernel_weights, r, integral, row_start,
+                row_end);
 }
 
 DOFRA_SMOOTH(__GaussianSmoothImage_Y_integral_image_c) {
@@ -243,8 +389,8 @@ DOFRA_SMOOTH(__GaussianSmoothImage_Y_integral_image_c) {
 
 DOFRA_SMOOTH(__GaussianSmoothImage_UV_integral_image_neon) {
   (void)count;
-  Smooth<2>(BestRows<2>(r, kernel_weights[0]), __ExpandUV, src, expanded, dst, W, H, kernel_weights,
-            r, integral, row_start, row_end);
+  SmoothFast<2>(__ExpandUV, src, expanded, dst, W, H, kernel_weights, r, integral, row_start,
+                row_end);
 }
 
 DOFRA_SMOOTH(__GaussianSmoothImage_UV_integral_image_c) {

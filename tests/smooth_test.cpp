@@ -115,6 +115,48 @@ TEST_P(SmoothRandom, MatchesScalarAndDirectBox) {
 
 INSTANTIATE_TEST_SUITE_P(LumaAndChroma, SmoothRandom, ::testing::Bool());
 
+class SmoothEdges : public ::testing::TestWithParam<bool> {};
+
+// The vector path works in strips of 1024 byte columns: rows just short of,
+// at and past one strip, a last strip narrower than a vector, and three
+// strips; every band kind over them.
+TEST_P(SmoothEdges, RowsAcrossStrips) {
+  const bool pairs = GetParam();
+  std::mt19937 rng(pairs ? 17 : 13);
+  int i = 0;
+  for (int W : {1022, 1024, 1026, 1030, 1032, 1034, 2048 + 6}) {
+    const int r = i % 2 ? 2 : 3;
+    const int H = 2 * r + 4;
+    const Case c{pairs, W, H, r, i % 3 == 0 ? 0 : r, i % 3 == 1 ? H - 1 : H - 1 - r, 146};
+    Check(c, Image(c, rng, 0), i % 4);
+    ++i;
+  }
+}
+
+// Radii around the limits of the 16-bit paths (5 for the rounded word
+// multiply, 7 for word sums, 8 back on the table) with the matching weight,
+// the largest weights of each path and a weight whose second step wraps,
+// over random and all-255 images.
+TEST_P(SmoothEdges, RadiusAndWeightLimits) {
+  const bool pairs = GetParam();
+  const int lead = pairs ? 2 : 1;
+  std::mt19937 rng(pairs ? 23 : 19);
+  for (int r = 5; r <= 8; ++r) {
+    for (uint16_t w : {static_cast<uint16_t>(1024 / (2 * r + 1)), uint16_t{1023}, uint16_t{1024},
+                       uint16_t{65535}}) {
+      for (int kind : {0, 2}) {
+        const int W = lead * std::uniform_int_distribution<int>(1, 60)(rng);
+        const Case c{pairs, W, 2 * r + 5, r, 0, 2 * r + 4, w};
+        Check(c, Image(c, rng, kind), static_cast<size_t>(r % 4));
+      }
+    }
+  }
+  const Case wide{pairs, 1040, 16, 7, 0, 15, 68};  // the last radius of word sums, two strips
+  Check(wide, Image(wide, rng, 2), 1);
+}
+
+INSTANTIATE_TEST_SUITE_P(LumaAndChroma, SmoothEdges, ::testing::Bool());
+
 // A band's rows equal the same rows of one call over the whole image.
 TEST(Smooth, BandEqualsWholeImage) {
   std::mt19937 rng(9);
