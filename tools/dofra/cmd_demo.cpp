@@ -142,9 +142,10 @@ int RunDemo(const std::vector<std::string>& args) {
   }
 
   t0 = NowMs();
-  const Image weights = GrayToRgba(mapper.WeightPicture());
+  const Image weight_picture = mapper.WeightPicture();
+  const Image weights = GrayToRgba(weight_picture);
   WritePng(out_dir + "/input.png", scene.picture);
-  WritePng(out_dir + "/weights.png", weights);
+  WritePng(out_dir + "/weights.png", weight_picture);
   std::vector<const Image*> tiles = {&scene.picture, &weights};
   for (size_t i = 0; i < outputs.size(); ++i) {
     WritePng(out_dir + "/blur_x" + std::to_string(sessions[i].first) + ".png", outputs[i]);
