@@ -7,6 +7,7 @@
 #include <random>
 #include <vector>
 
+#include "blur/dispatch.h"
 #include "blur/kernels.h"
 #include "support/test_image.h"
 
@@ -22,20 +23,12 @@ struct PlaneKernels {
   int border_bytes;  // padding on each side of a padded row: r samples
 };
 
+// The pipeline's own table of vectorised members.
 PlaneKernels Kernels(int factor, bool chroma) {
-  const int i = factor == 4 ? 1 : factor == 6 ? 2 : factor == 8 ? 3 : 0;
-  const ShrinkFn y_shrink[] = {__BiLinearInterp_Y_x2_neon, __BiLinearInterp_Y_x4_neon,
-                               __BiLinearInterp_Y_x6, __BiLinearInterp_Y_x8};
-  const ShrinkFn uv_shrink[] = {__BiLinearInterp_UV_x2_neon, __BiLinearInterp_UV_x4,
-                                __BiLinearInterp_UV_x6, __BiLinearInterp_UV_x8};
-  const BlendFn y_blend[] = {__CreateOutputImage_Y_x2_neon, __CreateOutputImage_Y_x4_neon,
-                             __CreateOutputImage_Y_x6_neon, __CreateOutputImage_Y_x8_neon};
-  const BlendFn uv_blend[] = {__CreateOutputImage_UV_x2_neon, __CreateOutputImage_UV_x4_neon,
-                              __CreateOutputImage_UV_x6_neon, __CreateOutputImage_UV_x8_neon};
-  if (chroma) {
-    return {uv_shrink[i], __GaussianSmoothImage_UV_integral_image_neon, uv_blend[i], 2 * kRadius};
-  }
-  return {y_shrink[i], __GaussianSmoothImage_Y_integral_image_neon, y_blend[i], kRadius};
+  const int i = factor - kMinScaleFactor;
+  const BlurKernelTable& k = kBlurKernels;
+  if (chroma) return {k.shrink_uv[i], k.smooth_uv, k.blend_uv[i], 2 * kRadius};
+  return {k.shrink_y[i], k.smooth_y, k.blend_y[i], kRadius};
 }
 
 // One plane of W x H (chroma: H = frame height / 2) with its small plane of
