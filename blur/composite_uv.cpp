@@ -134,7 +134,8 @@ void CompositeX2(X2BulkFn bulk, const uint8_t* src, int W, int sw, int sh, const
                  const uint8_t* small, uint8_t* out, int first, int last) {
   const int pairs = W / kPair;
   // The band's last two rows clamp r1; a one-row band thus also rewrites the
-  // row above it (same values), except at row 0. Either way the rows written
+  // row above it (same values), except at row 0, which the frame check never
+  // hands it (its row above would lie outside the plane). The rows written
   // are one consecutive range.
   const int r_begin = first < last - 1 ? first : (last - 1 < 0 ? 0 : last - 1);
   auto source = [&](int r) {

@@ -139,7 +139,7 @@ RowUse RowOf(const Plane& p, const Band& b, int row, int dy) {
   if (p.s == 2) {
     // Rows first..last-2 unclamped, then last-1 and last with r1 clamped.
     const bool main = row >= b.first && row <= b.last - 2;
-    const bool tail = row == b.last || (row == b.last - 1 && row >= 0);
+    const bool tail = row == b.last || row == b.last - 1;
     if (!main && !tail) return use;
     const int r0 = row >> 1;
     return {kBox, r0, tail ? std::min(r0 + 1, p.small_h - 1) : r0 + 1, 0};

@@ -250,7 +250,7 @@ void ReplayX2(Compositor& cp, int first, int last) {
     }
   };
   for (int y = first; y <= last - 2; ++y) row(y, false);
-  if (last - 1 >= 0) row(last - 1, true);
+  row(last - 1, true);
   row(last, true);
 }
 
