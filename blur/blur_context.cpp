@@ -165,14 +165,16 @@ void RunBand(BandTask* t, ShrinkFn shrink, SmoothFn smooth, BlendFn blend) {
 void* Smooth_Y_thread(void* band_task) {
   BandTask* t = static_cast<BandTask*>(band_task);
   const int i = t->scale_factor - kMinScaleFactor;
-  RunBand(t, kBlurKernels.shrink_y[i], kBlurKernels.smooth_y, kBlurKernels.blend_y[i]);
+  const BlurKernelTable& k = ActiveBlurKernels();
+  RunBand(t, k.shrink_y[i], k.smooth_y, k.blend_y[i]);
   return nullptr;
 }
 
 void* Smooth_UV_thread(void* band_task) {
   BandTask* t = static_cast<BandTask*>(band_task);
   const int i = t->scale_factor - kMinScaleFactor;
-  RunBand(t, kBlurKernels.shrink_uv[i], kBlurKernels.smooth_uv, kBlurKernels.blend_uv[i]);
+  const BlurKernelTable& k = ActiveBlurKernels();
+  RunBand(t, k.shrink_uv[i], k.smooth_uv, k.blend_uv[i]);
   return nullptr;
 }
 

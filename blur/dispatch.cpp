@@ -1,5 +1,7 @@
 #include "blur/dispatch.h"
 
+#include <atomic>
+
 // Constant-initialised, so the tables exist before any handle does.
 const BlurKernelTable kBlurKernels = {
     {__BiLinearInterp_Y_x2_neon, __BiLinearInterp_Y_x2_neon, __BiLinearInterp_Y_x4_neon,
@@ -34,3 +36,46 @@ const BlurKernelTable kBlurKernelsC = {
     __GaussianSmoothImage_Y_integral_image_c,
     __GaussianSmoothImage_UV_integral_image_c,
 };
+
+namespace {
+
+constexpr SimdLevel kBuildBest =
+#if defined(__SSE4_1__)
+    SimdLevel::kSse41;
+#else
+    SimdLevel::kScalar;
+#endif
+
+std::atomic<SimdLevel> g_level{kBuildBest};
+
+}  // namespace
+
+SimdLevel ActiveSimdLevel() { return g_level.load(std::memory_order_relaxed); }
+
+bool SimdLevelAvailable(SimdLevel level) {
+  return level == SimdLevel::kScalar || level == kBuildBest;
+}
+
+bool ForceSimdLevel(SimdLevel level) {
+  if (!SimdLevelAvailable(level)) return false;
+  g_level.store(level, std::memory_order_relaxed);
+  return true;
+}
+
+const char* SimdLevelName(SimdLevel level) {
+  switch (level) {
+    case SimdLevel::kScalar:
+      return "scalar";
+    case SimdLevel::kSse41:
+      return "sse4.1";
+    case SimdLevel::kAvx2:
+      return "avx2";
+    case SimdLevel::kNeon:
+      return "neon";
+  }
+  return "unknown";
+}
+
+const BlurKernelTable& ActiveBlurKernels() {
+  return ActiveSimdLevel() == SimdLevel::kScalar ? kBlurKernelsC : kBlurKernels;
+}

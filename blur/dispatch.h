@@ -23,4 +23,19 @@ extern const BlurKernelTable kBlurKernels;
 // The same table made of the plain scalar formulas, for comparison.
 extern const BlurKernelTable kBlurKernelsC;
 
+// Instruction-set level of the vectorised members. The best level that the
+// build and the CPU offer is chosen once per process; tests and benchmarks
+// force another through ForceSimdLevel (the library reads no environment).
+enum class SimdLevel { kScalar, kSse41, kAvx2, kNeon };
+
+SimdLevel ActiveSimdLevel();
+bool SimdLevelAvailable(SimdLevel level);
+// Switches every later kernel call to `level`; false, and nothing changes,
+// when the build or the CPU lacks it. Not for use while frames run.
+bool ForceSimdLevel(SimdLevel level);
+const char* SimdLevelName(SimdLevel level);
+
+// The kernels the pipeline runs at the active level.
+const BlurKernelTable& ActiveBlurKernels();
+
 #endif  // DOFRA_BLUR_DISPATCH_H

@@ -7,6 +7,7 @@
 
 #include "api/clock.h"
 #include "api/log.h"
+#include "blur/dispatch.h"
 #include "blur/kernels.h"
 #include "weight/weight_context.h"
 #include "weight/weight_internal.h"
@@ -609,24 +610,25 @@ extern "C" DOFRA_EXPORT int weight_async_process(WeightParams* request, DofraHan
   ctx->strength_index = kStrengthLevels - request->level;
   ctx->disparity = reinterpret_cast<uint8_t*>(request->depth) + DOFRA_DEPTH_HEADER_SIZE;
 
+  const BlurKernelTable& kernels = ActiveBlurKernels();
+  const bool scalar = ActiveSimdLevel() == SimdLevel::kScalar;
   uint8_t table[kDepthTableSize];
   InitDisparityToDepth(request->depth, table);
   __getRanged(ctx->disparity, ctx->RangedDisparity, n, 0, 0, table);
-  __GaussianSmoothImage_Y_integral_image_neon(ctx->RangedDisparity, ctx->ExpandDisparity,
-                                              ctx->SmoothDisparity, dW, dH, ctx->kernel_weights, r,
-                                              r, ctx->TempimDisparity, 0, dH - 1);
+  kernels.smooth_y(ctx->RangedDisparity, ctx->ExpandDisparity, ctx->SmoothDisparity, dW, dH,
+                   ctx->kernel_weights, r, r, ctx->TempimDisparity, 0, dH - 1);
   (void)getTime();
 
   // The range is computed but not used; the histogram stays in the context.
   uint8_t range_min = 0, range_max = 0;
-  __getMinMax_neon(ctx->SmoothDisparity, n, &range_min, &range_max);
+  (scalar ? __getMinMax_c : __getMinMax_neon)(ctx->SmoothDisparity, n, &range_min, &range_max);
   __updateMinMax(ctx->SmoothDisparity, ctx->histogram, n, ctx->hist_ratio, ctx->min_range,
                  &range_min, &range_max);
 
   ctx->falloff = kWeightFalloff;
   ctx->strength = kStrengthTable[ctx->strength_index];
-  __WeightInterpolateUp(ctx->width, ctx->height, ctx->focus_x, ctx->focus_y, 0, ctx->height - 1,
-                        out, dW, dH, ctx->falloff, static_cast<uint8_t>(ctx->strength),
-                        ctx->SmoothDisparity);
+  (scalar ? __WeightInterpolateUp_c : __WeightInterpolateUp)(
+      ctx->width, ctx->height, ctx->focus_x, ctx->focus_y, 0, ctx->height - 1, out, dW, dH,
+      ctx->falloff, static_cast<uint8_t>(ctx->strength), ctx->SmoothDisparity);
   return 0;
 }
