@@ -20,3 +20,6 @@ echo "== ThreadSanitizer, portable kernels"
 scripts/build.sh build-tsan -DDOFRA_SANITIZE=thread -DDOFRA_SSE41=OFF -DDOFRA_BUILD_BENCH=OFF
 TSAN_OPTIONS="halt_on_error=1 suppressions=$PWD/tests/tsan.supp" \
   ctest --test-dir build-tsan --output-on-failure -j"$jobs"
+
+echo "== installed tree, with a consumer built outside it"
+scripts/install_check.sh build
