@@ -222,7 +222,7 @@ void blur_process(DofraHandle* handle, uint8_t* src_y, uint8_t* src_uv, uint8_t*
       t->shrink_tmp = ctx->XInterp_image;
       t->padded_input = ctx->input_tmp_y;
       t->integral_scratch = At(ctx->tempim_y, b, slice);
-      pool_add_worker(pool, Smooth_Y_thread, t);
+      pool_queue_task(pool, Smooth_Y_thread, t);
     }
   }
   if (N > 0) {
@@ -242,10 +242,11 @@ void blur_process(DofraHandle* handle, uint8_t* src_y, uint8_t* src_uv, uint8_t*
       t->shrink_tmp = At(ctx->XInterp_image, H, sw);
       t->padded_input = ctx->input_tmp_uv;
       t->integral_scratch = At(ctx->tempim_uv, b, slice);
-      pool_add_worker(pool, Smooth_UV_thread, t);
+      pool_queue_task(pool, Smooth_UV_thread, t);
     }
   }
 
+  pool_run_queued(pool);
   sync_thread_done(pool, 2 * N);
   (void)getTime();
 }

@@ -38,6 +38,19 @@ int PoolInitFail(CThread_pool* pool) {
   return -1;
 }
 
+// Unlinks the head task; queue_lock held, queue not empty.
+PoolTask* TakeHead(CThread_pool* pool) {
+  --pool->queue_size;
+  PoolTask* task = pool->queue_head;
+  pool->queue_head = task->next;
+  return task;
+}
+
+void RunTask(PoolTask* task) {
+  task->process(task->arg);
+  free(task);
+}
+
 }  // namespace
 
 int pool_init(CThread_pool** out, int32_t thread_num) {
@@ -113,8 +126,7 @@ int pool_init(CThread_pool** out, int32_t thread_num) {
   return PoolInitFail(pool);
 }
 
-int pool_add_worker(void* pool_arg, PoolProcess process, void* arg) {
-  CThread_pool* pool = static_cast<CThread_pool*>(pool_arg);
+int pool_queue_task(CThread_pool* pool, PoolProcess process, void* arg) {
   PoolTask* task = static_cast<PoolTask*>(malloc(sizeof(PoolTask)));
   if (task == nullptr) {
     // Without a record the task cannot be queued; running it here keeps the
@@ -133,9 +145,31 @@ int pool_add_worker(void* pool_arg, PoolProcess process, void* arg) {
   *link = task;
   ++pool->queue_size;
   pthread_mutex_unlock(&pool->queue_lock);
+  return 0;
+}
 
+int pool_add_worker(void* pool_arg, PoolProcess process, void* arg) {
+  CThread_pool* pool = static_cast<CThread_pool*>(pool_arg);
+  pool_queue_task(pool, process, arg);
   pthread_cond_signal(&pool->queue_ready);
   return 0;
+}
+
+void pool_run_queued(CThread_pool* pool) {
+  // One wake-up for the whole batch: waking a sleeping worker is a system
+  // call, and the caller works meanwhile instead of sleeping.
+  pthread_cond_broadcast(&pool->queue_ready);
+  for (;;) {
+    pthread_mutex_lock(&pool->queue_lock);
+    // A stopping pool leaves its queue to pool_destroy, as the workers do.
+    if (pool->queue_size == 0 || pool->shutdown) {
+      pthread_mutex_unlock(&pool->queue_lock);
+      return;
+    }
+    PoolTask* task = TakeHead(pool);
+    pthread_mutex_unlock(&pool->queue_lock);
+    RunTask(task);
+  }
 }
 
 void* thread_routine(void* thread_arg) {
@@ -158,13 +192,9 @@ void* thread_routine(void* thread_arg) {
       pthread_mutex_unlock(&pool->queue_lock);
       pthread_exit(nullptr);
     }
-    --pool->queue_size;
-    PoolTask* task = pool->queue_head;
-    pool->queue_head = task->next;
+    PoolTask* task = TakeHead(pool);
     pthread_mutex_unlock(&pool->queue_lock);
-
-    task->process(task->arg);
-    free(task);
+    RunTask(task);
   }
 }
 
