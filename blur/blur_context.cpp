@@ -13,9 +13,10 @@
 
 namespace {
 
-constexpr int kWeightUnit = 1024;  // kernel weights are 1/k in Q10
-constexpr int kIntegralBytes = 4;  // one 32-bit integral entry
-constexpr int kIntegralBands = 2;  // scratch slices, fixed: band_count stays 2
+constexpr int kWeightUnit = 1024;                // kernel weights are 1/k in Q10
+constexpr int kIntegralBytes = 4;                // one 32-bit integral entry
+constexpr int kIntegralBands = 2;                // scratch slices, fixed: band_count stays 2
+constexpr int64_t kWakeWorkersLuma = 256 * 256;  // smallest frame worth a hand-off
 
 // Buffer sizes are formed in 32-bit arithmetic (wrapping, never undefined);
 // frames that would overflow are refused before any allocation.
@@ -246,7 +247,9 @@ void blur_process(DofraHandle* handle, uint8_t* src_y, uint8_t* src_uv, uint8_t*
     }
   }
 
-  pool_run_queued(pool);
+  // Waking a sleeping worker is a system call that costs more than the
+  // bands of a small frame: the caller then runs them all itself.
+  pool_run_queued(pool, luma_bytes >= kWakeWorkersLuma);
   sync_thread_done(pool, 2 * N);
   (void)getTime();
 }

@@ -155,10 +155,10 @@ int pool_add_worker(void* pool_arg, PoolProcess process, void* arg) {
   return 0;
 }
 
-void pool_run_queued(CThread_pool* pool) {
+void pool_run_queued(CThread_pool* pool, bool wake_workers) {
   // One wake-up for the whole batch: waking a sleeping worker is a system
   // call, and the caller works meanwhile instead of sleeping.
-  pthread_cond_broadcast(&pool->queue_ready);
+  if (wake_workers) pthread_cond_broadcast(&pool->queue_ready);
   for (;;) {
     pthread_mutex_lock(&pool->queue_lock);
     // A stopping pool leaves its queue to pool_destroy, as the workers do.

@@ -50,10 +50,11 @@ int pool_init(CThread_pool** out, int32_t thread_num);
 int pool_add_worker(void* pool, PoolProcess process, void* arg);
 // pool_add_worker without the wake-up, for a batch that pool_run_queued starts.
 int pool_queue_task(CThread_pool* pool, PoolProcess process, void* arg);
-// Wakes every worker once, then runs queued tasks on the caller, in the same
-// FIFO order, until the queue is empty or the pool is stopping. Call
-// sync_thread_done afterwards: workers may still be running their tasks.
-void pool_run_queued(CThread_pool* pool);
+// Wakes every worker once (unless wake_workers is false), then runs queued
+// tasks on the caller, in the same FIFO order, until the queue is empty or the
+// pool is stopping. Call sync_thread_done afterwards: workers may still be
+// running their tasks.
+void pool_run_queued(CThread_pool* pool, bool wake_workers);
 // Stops the workers (a running task finishes first), joins them, drops the
 // queued tasks and releases the pool. -1 when a join failed, or at once when
 // the pool is already shutting down.

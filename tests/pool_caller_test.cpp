@@ -37,11 +37,11 @@ TEST(PoolCallerTest, CallerRunsTheQueueInOrderUnlessThePoolIsStopping) {
   for (int i = 0; i < kTasks; ++i) pool_queue_task(g_pool, Record, &(ids[i] = i));
 
   g_pool->shutdown = 1;  // unlocked: the only worker is inside Hold
-  pool_run_queued(g_pool);
+  pool_run_queued(g_pool, true);
   EXPECT_EQ(g_runs, 0);
 
   g_pool->shutdown = 0;
-  pool_run_queued(g_pool);  // returns only once the queue is empty
+  pool_run_queued(g_pool, true);  // returns only once the queue is empty
   EXPECT_EQ(g_pool->done_count, kTasks);
   for (int i = 0; i < kTasks; ++i) EXPECT_EQ(g_order[i], i);
   g_open = true;
