@@ -287,7 +287,9 @@ INSTANTIATE_TEST_SUITE_P(
         BadInput{"ColourDisparity",
                  {"blur", "--image", "@/in.png", "--disparity", "@/rgb.png", "-o", "@/out.png"},
                  "not colour"},
-        BadInput{"RawSizeRefused", Raw("200x120", 8), "does not accept a 200x120 frame"},
+        BadInput{"RawSizeRefused", Raw("200x120", 8),
+                 "does not accept a 200x120 NV21 frame at scale 8; nearest accepted sizes: 198x120 "
+                 "(smaller), 208x120 (larger)"},
         BadInput{"RawSizeMismatch", Raw("200x100", 4), "holds"},
         BadInput{"FocusOutside", Blur({"--focus", "200,10"}), "lies outside the 200x120 image"},
         BadInput{"FocusNegative", Blur({"--focus", "5,-1"}), "lies outside"},
