@@ -3,6 +3,7 @@
 #include <android/log.h>
 #include <dofra_depth.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <exception>
@@ -28,7 +29,13 @@ const Command kCommands[] = {
 std::string Usage() {
   std::string text = "usage:\n";
   for (const Command& command : kCommands) {
-    text += std::string("  dofra ") + command.spec->name + " ...\n";
+    const std::string usage = command.spec->usage;
+    for (size_t start = 0; start < usage.size();) {
+      const size_t end = std::min(usage.find('\n', start), usage.size());
+      text += std::string("  dofra ") + command.spec->name + " " +
+              usage.substr(start, end - start) + "\n";
+      start = end + 1;
+    }
   }
   text += "  dofra COMMAND --help   the command's options and their defaults\n";
   text += "  dofra --version\n";
