@@ -40,8 +40,9 @@ class Sweeper {
       const int y = sign > 0 ? n : h - 1 - n;
       for (int m = 0; m < w; ++m) {
         const int x = sign > 0 ? m : w - 1 - m;
-        for (const Step& step : kForward)
+        for (const Step& step : kForward) {
           Relax(x, y, x + sign * step.dx, y + sign * step.dy, step.cost);
+        }
       }
     }
   }
