@@ -1,5 +1,6 @@
 #include "cli.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <limits>
@@ -9,6 +10,16 @@ namespace dofra_tool {
 namespace {
 
 constexpr int kMaxFrameSide = 16384;
+constexpr size_t kHelpColumn = 26;  // where option descriptions start
+
+const OptionSpec* Find(const CommandSpec& spec, const std::string& spelling) {
+  for (const OptionSpec& option : spec.options) {
+    if (spelling == option.name || (option.alias != nullptr && spelling == option.alias)) {
+      return &option;
+    }
+  }
+  return nullptr;
+}
 
 bool ParseLong(const std::string& text, long long* value) {
   if (text.empty()) return false;
@@ -43,6 +54,10 @@ int ParseInt(const std::string& name, const std::string& text, int low, int high
                      ", not " + text);
   }
   return static_cast<int>(value);
+}
+
+std::string SizeText(Size size) {
+  return std::to_string(size.width) + "x" + std::to_string(size.height);
 }
 
 Size ParseSize(const std::string& name, const std::string& text) {
@@ -93,23 +108,45 @@ Calibration ParseCalibration(const std::string& text) {
   return calib;
 }
 
-Options::Options(const std::string& command, const std::vector<std::string>& args,
-                 const std::set<std::string>& valued, const std::set<std::string>& flags,
-                 const std::map<std::string, std::string>& aliases)
-    : command_(command) {
+bool WantsHelp(const std::vector<std::string>& args) {
+  return std::find(args.begin(), args.end(), "--help") != args.end();
+}
+
+std::string HelpText(const CommandSpec& spec) {
+  std::string text;
+  std::string usage = spec.usage;
+  const char* lead = "usage: ";
+  for (size_t start = 0; start < usage.size();) {
+    const size_t end = std::min(usage.find('\n', start), usage.size());
+    text +=
+        lead + std::string("dofra ") + spec.name + " " + usage.substr(start, end - start) + "\n";
+    lead = "       ";
+    start = end + 1;
+  }
+  text += std::string(spec.purpose) + "\noptions:\n";
+  for (const OptionSpec& option : spec.options) {
+    std::string left = std::string("  ") + (option.alias ? std::string(option.alias) + ", " : "") +
+                       option.name + (option.value ? std::string(" ") + option.value : "");
+    left.resize(std::max<size_t>(left.size() + 1, kHelpColumn), ' ');
+    text += left + option.help;
+    if (option.default_value) text += std::string(" (default ") + option.default_value + ")";
+    text += "\n";
+  }
+  return text;
+}
+
+Options::Options(const CommandSpec& spec, const std::vector<std::string>& args) : spec_(spec) {
   for (size_t i = 0; i < args.size(); ++i) {
-    std::string name = args[i];
-    const auto alias = aliases.find(name);
-    if (alias != aliases.end()) name = alias->second;
-    const bool takes_value = valued.count(name) != 0;
-    if (!takes_value && flags.count(name) == 0) {
-      if (name.rfind("-", 0) == 0) {
-        throw InputError("unknown option " + args[i] + " for 'dofra " + command_ + "'");
+    const OptionSpec* option = Find(spec, args[i]);
+    if (option == nullptr) {
+      if (args[i].rfind("-", 0) == 0) {
+        throw InputError("unknown option " + args[i] + " for 'dofra " + spec.name + "'");
       }
-      throw InputError("unexpected argument '" + args[i] + "' for 'dofra " + command_ + "'");
+      throw InputError("unexpected argument '" + args[i] + "' for 'dofra " + spec.name + "'");
     }
+    const std::string name = option->name;
     if (values_.count(name) != 0) throw InputError("option " + name + " is given twice");
-    if (!takes_value) {
+    if (option->value == nullptr) {
       values_[name] = "";
       continue;
     }
@@ -120,41 +157,35 @@ Options::Options(const std::string& command, const std::vector<std::string>& arg
 
 bool Options::Has(const std::string& name) const { return values_.count(name) != 0; }
 
-const std::string& Options::Get(const std::string& name) const {
+std::string Options::Get(const std::string& name) const {
   const auto it = values_.find(name);
-  if (it == values_.end()) {
-    throw InputError("'dofra " + command_ + "' needs " + name);
-  }
-  return it->second;
+  if (it != values_.end()) return it->second;
+  const OptionSpec* option = Find(spec_, name);
+  if (option != nullptr && option->default_value != nullptr) return option->default_value;
+  throw InputError(std::string("'dofra ") + spec_.name + "' needs " + name);
 }
 
-std::string Options::GetOr(const std::string& name, const std::string& fallback) const {
-  return Has(name) ? Get(name) : fallback;
+Size Options::GetSize(const std::string& name) const { return ParseSize(name, Get(name)); }
+
+int Options::GetInt(const std::string& name, int low, int high) const {
+  return ParseInt(name, Get(name), low, high);
 }
 
-Size Options::SizeOr(const std::string& name, Size fallback) const {
-  return Has(name) ? ParseSize(name, Get(name)) : fallback;
-}
-
-int Options::IntOr(const std::string& name, int fallback, int low, int high) const {
-  return Has(name) ? ParseInt(name, Get(name), low, high) : fallback;
-}
-
-int Options::ScaleOr(const std::string& name, int fallback) const {
-  if (!Has(name)) return fallback;
+int Options::GetScale(const std::string& name) const {
+  const std::string text = Get(name);
   long long s = 0;
-  if (!ParseLong(Get(name), &s) || (s != 2 && s != 4 && s != 6 && s != 8)) {
-    throw InputError(name + " must be a scale factor of 2, 4, 6 or 8, not '" + Get(name) + "'");
+  if (!ParseLong(text, &s) || (s != 2 && s != 4 && s != 6 && s != 8)) {
+    throw InputError(name + " must be a scale factor of 2, 4, 6 or 8, not '" + text + "'");
   }
   return static_cast<int>(s);
 }
 
-int Options::LevelOr(const std::string& name, int fallback) const {
-  if (!Has(name)) return fallback;
+int Options::GetLevel(const std::string& name) const {
+  const std::string text = Get(name);
   long long level = 0;
-  if (!ParseLong(Get(name), &level) || level < 1 || level > 20) {
-    throw InputError(name + " must be a blur level from 1 (strongest) to 20 (none), not '" +
-                     Get(name) + "'");
+  if (!ParseLong(text, &level) || level < 1 || level > 20) {
+    throw InputError(name + " must be a blur level from 1 (strongest) to 20 (none), not '" + text +
+                     "'");
   }
   return static_cast<int>(level);
 }

@@ -39,29 +39,51 @@ struct Calibration {
   uint16_t map_scale_num = 0;
 };
 
+// One option of a command, as parsed and as its help shows it.
+struct OptionSpec {
+  const char* name;           // "--scale"
+  const char* value;          // what it takes ("S"), nullptr for a bare flag
+  const char* default_value;  // used when absent; nullptr: none (or described in help)
+  const char* help;
+  const char* alias = nullptr;  // a short spelling ("-o")
+};
+
+// A command's usage lines, purpose and options: the one source of both its
+// parsing and its --help.
+struct CommandSpec {
+  const char* name;
+  const char* usage;  // lines after "dofra NAME", joined by '\n'
+  const char* purpose;
+  std::vector<OptionSpec> options;
+};
+
+// "--help" anywhere among the arguments.
+bool WantsHelp(const std::vector<std::string>& args);
+// Usage, purpose and every option with its default.
+std::string HelpText(const CommandSpec& spec);
+
 // Options of one command: "--name value" pairs and bare flags.
 class Options {
  public:
-  // Parses args against the names that take a value and the bare flags;
-  // aliases map a short spelling ("-o") to its long name.
-  Options(const std::string& command, const std::vector<std::string>& args,
-          const std::set<std::string>& valued, const std::set<std::string>& flags,
-          const std::map<std::string, std::string>& aliases = {});
+  Options(const CommandSpec& spec, const std::vector<std::string>& args);
 
+  // Whether the option was given (defaults do not count).
   bool Has(const std::string& name) const;
-  bool Flag(const std::string& name) const { return Has(name); }
-  const std::string& Get(const std::string& name) const;
-  std::string GetOr(const std::string& name, const std::string& fallback) const;
+  // The given value, else the default; refused when there is neither.
+  std::string Get(const std::string& name) const;
 
-  Size SizeOr(const std::string& name, Size fallback) const;
-  int IntOr(const std::string& name, int fallback, int low, int high) const;
-  int ScaleOr(const std::string& name, int fallback) const;
-  int LevelOr(const std::string& name, int fallback) const;
+  Size GetSize(const std::string& name) const;
+  int GetInt(const std::string& name, int low, int high) const;
+  int GetScale(const std::string& name) const;
+  int GetLevel(const std::string& name) const;
 
  private:
-  std::string command_;
+  const CommandSpec& spec_;
   std::map<std::string, std::string> values_;
 };
+
+// "WxH".
+std::string SizeText(Size size);
 
 Size ParseSize(const std::string& name, const std::string& text);
 Point ParsePoint(const std::string& name, const std::string& text);

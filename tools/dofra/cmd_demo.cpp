@@ -12,14 +12,13 @@
 #include "commands.h"
 #include "convert.h"
 #include "engine.h"
+#include "fitted.h"
 #include "scene.h"
 
 namespace dofra_tool {
 
 namespace {
 
-constexpr Size kDefaultSize{1920, 1080};
-constexpr int kDefaultLevel = 1;
 constexpr int kTimedFrames = 5;  // blur timing: median of these
 constexpr int kSheetColumns = 3;
 constexpr int kSheetDivisor = 3;  // sheet tiles are a third of the frame
@@ -71,43 +70,47 @@ void PrintTable(const std::vector<Timing>& timings) {
 
 }  // namespace
 
-int RunDemo(const std::vector<std::string>& args) {
-  const Options options("demo", args, {"--out", "--size", "--scale", "--level"}, {"--verbose"});
-  const std::string out_dir = options.GetOr("--out", "out/demo");
-  const Size size = options.SizeOr("--size", kDefaultSize);
-  if (size.width % 2 != 0 || size.height % 2 != 0) {
-    throw InputError("--size must have an even width and height for NV21 frames");
-  }
-  const int level = options.LevelOr("--level", kDefaultLevel);
-  std::vector<int> scales = {2, 4, 6, 8};
-  if (options.Has("--scale")) scales = {options.ScaleOr("--scale", 0)};
+const CommandSpec kDemoCommand = {
+    "demo",
+    "[--out DIR] [--size WxH] [--scale S] [--level L] [--verbose]",
+    "Blurs a generated scene (a ball in focus before pillars and a far skyline) at every\n"
+    "factor, writes the pictures and prints the time of each stage. A size the library\n"
+    "refuses at a factor is padded to the nearest size it accepts and cropped back.",
+    {
+        {"--out", "DIR", "out/demo", "directory of the pictures"},
+        {"--size", "WxH", "1920x1080", "frame size"},
+        {"--scale", "S", nullptr, "only this factor: 2, 4, 6 or 8 (default: all four)"},
+        {"--level", "L", "1", "blur level: 1 (strongest) .. 20 (none)"},
+        {"--verbose", nullptr, nullptr, "show the library's log lines"},
+    }};
 
-  // Every size and factor is checked before anything is written.
-  std::vector<std::pair<int, std::unique_ptr<BlurSession>>> sessions;
+int RunDemo(const std::vector<std::string>& args) {
+  const Options options(kDemoCommand, args);
+  const std::string out_dir = options.Get("--out");
+  const Size size = options.GetSize("--size");
+  const int level = options.GetLevel("--level");
+  std::vector<int> scales = {2, 4, 6, 8};
+  if (options.Has("--scale")) scales = {options.GetScale("--scale")};
+
+  // Every factor finds its frame before anything is written.
+  std::vector<std::pair<int, std::unique_ptr<FittedFrame>>> frames;
   std::vector<Timing> timings;
   for (int scale : scales) {
     const double t0 = NowMs();
-    std::unique_ptr<BlurSession> session = BlurSession::Open(size, scale, false);
-    if (!session) {
-      throw InputError("the library does not accept a " + std::to_string(size.width) + "x" +
-                       std::to_string(size.height) + " frame at scale " + std::to_string(scale));
-    }
+    std::unique_ptr<FittedFrame> fitted(new FittedFrame(size, scale));
     timings.push_back({"DofraInit x" + std::to_string(scale), NowMs() - t0});
-    sessions.emplace_back(scale, std::move(session));
+    if (fitted->padded()) printf("%s\n", fitted->PaddingNote().c_str());
+    frames.emplace_back(scale, std::move(fitted));
   }
   MakeDirectories(out_dir);
 
   double t0 = NowMs();
   const Scene scene = MakeScene(size);
-  timings.insert(
-      timings.begin(),
-      {"scene " + std::to_string(size.width) + "x" + std::to_string(size.height), NowMs() - t0});
+  timings.insert(timings.begin(), {"scene " + SizeText(size), NowMs() - t0});
   const Size map_size = DefaultDisparitySize(size);
   t0 = NowMs();
   const Image disparity = ResizeGray(scene.disparity, map_size.width, map_size.height);
-  timings.push_back(
-      {"disparity map " + std::to_string(map_size.width) + "x" + std::to_string(map_size.height),
-       NowMs() - t0});
+  timings.push_back({"disparity map " + SizeText(map_size), NowMs() - t0});
 
   t0 = NowMs();
   WeightMapper mapper(size, map_size);
@@ -120,24 +123,23 @@ int RunDemo(const std::vector<std::string>& args) {
   timings.push_back({"weight_async_process", NowMs() - t0});
 
   std::vector<Image> outputs;
-  for (auto& entry : sessions) {
-    BlurSession& session = *entry.second;
+  for (auto& entry : frames) {
+    FittedFrame& fitted = *entry.second;
     t0 = NowMs();
-    RgbaToNv21(scene.picture, session.source());
-    session.PrimeDestination();
+    fitted.Load(scene.picture);
     timings.push_back({"RGBA to NV21", NowMs() - t0});
-    session.SetWeights(mapper.weights());
+    fitted.SetWeights(mapper.weights());
     std::vector<double> frame_ms;
     for (int i = 0; i < kTimedFrames; ++i) {
       t0 = NowMs();
-      if (!session.Blur()) throw std::runtime_error("DofraBlurImage failed");
+      if (!fitted.Blur()) throw std::runtime_error("DofraBlurImage failed");
       frame_ms.push_back(NowMs() - t0);
     }
     timings.push_back({"DofraBlurImage x" + std::to_string(entry.first) + " (median of " +
                            std::to_string(kTimedFrames) + ")",
                        Median(frame_ms)});
     t0 = NowMs();
-    outputs.push_back(Nv21ToRgba(session.destination(), size.width, size.height));
+    outputs.push_back(fitted.Result());
     timings.push_back({"NV21 to RGBA", NowMs() - t0});
   }
 
@@ -148,14 +150,14 @@ int RunDemo(const std::vector<std::string>& args) {
   WritePng(out_dir + "/weights.png", weight_picture);
   std::vector<const Image*> tiles = {&scene.picture, &weights};
   for (size_t i = 0; i < outputs.size(); ++i) {
-    WritePng(out_dir + "/blur_x" + std::to_string(sessions[i].first) + ".png", outputs[i]);
+    WritePng(out_dir + "/blur_x" + std::to_string(frames[i].first) + ".png", outputs[i]);
     tiles.push_back(&outputs[i]);
   }
   WritePng(out_dir + "/side_by_side.png", MakeSheet(tiles));
   timings.push_back({"PNG files", NowMs() - t0});
 
-  printf("scene %dx%d, focus %d,%d, level %d; pictures in %s\n", size.width, size.height,
-         scene.focus.x, scene.focus.y, level, out_dir.c_str());
+  printf("scene %s, focus %d,%d, level %d; pictures in %s\n", SizeText(size).c_str(), scene.focus.x,
+         scene.focus.y, level, out_dir.c_str());
   PrintTable(timings);
   return 0;
 }

@@ -7,7 +7,13 @@
 #include <string>
 #include <vector>
 
+#include "cli.h"
+
 namespace dofra_tool {
+
+extern const CommandSpec kDemoCommand;
+extern const CommandSpec kBlurCommand;
+extern const CommandSpec kBenchCommand;
 
 int RunDemo(const std::vector<std::string>& args);
 int RunBlur(const std::vector<std::string>& args);

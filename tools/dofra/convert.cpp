@@ -43,18 +43,33 @@ Image ResizeRgba(const Image& rgba, int width, int height) {
   return out;
 }
 
+namespace {
+
+// Rows of `pixel`-byte pixels grown from `from` to `to` by repeating the last
+// column and row; row strides are the packed widths.
+void PadPixels(const uint8_t* src, Size from, size_t pixel, uint8_t* dst, Size to) {
+  const size_t copied = static_cast<size_t>(from.width) * pixel;
+  for (int y = 0; y < to.height; ++y) {
+    const uint8_t* row = src + static_cast<size_t>(std::min(y, from.height - 1)) * copied;
+    uint8_t* out = dst + static_cast<size_t>(y) * to.width * pixel;
+    std::memcpy(out, row, copied);
+    const uint8_t* last = row + copied - pixel;
+    for (int x = from.width; x < to.width; ++x) std::memcpy(out + x * pixel, last, pixel);
+  }
+}
+
+}  // namespace
+
 Image PadByReplication(const Image& image, int width, int height) {
   Image out(width, height, image.channels);
-  const size_t pixel = static_cast<size_t>(image.channels);
-  const size_t copied = static_cast<size_t>(image.width) * pixel;
-  for (int y = 0; y < height; ++y) {
-    const uint8_t* src = image.Row(std::min(y, image.height - 1));
-    uint8_t* dst = out.Row(y);
-    std::memcpy(dst, src, copied);
-    const uint8_t* last = src + copied - pixel;
-    for (int x = image.width; x < width; ++x) std::memcpy(dst + x * pixel, last, pixel);
-  }
+  PadPixels(image.pixels.data(), Size{image.width, image.height},
+            static_cast<size_t>(image.channels), out.pixels.data(), Size{width, height});
   return out;
+}
+
+void PadWeights(const uint16_t* weights, Size from, uint16_t* out, Size to) {
+  PadPixels(reinterpret_cast<const uint8_t*>(weights), from, sizeof(uint16_t),
+            reinterpret_cast<uint8_t*>(out), to);
 }
 
 Image Crop(const Image& image, int width, int height) {

@@ -24,6 +24,8 @@ Image ResizeRgba(const Image& rgba, int width, int height);
 
 // Grows an image to width x height by repeating its last column and row.
 Image PadByReplication(const Image& image, int width, int height);
+// A weight map grown from `from` to `to` the same way, into out.
+void PadWeights(const uint16_t* weights, Size from, uint16_t* out, Size to);
 // The top-left width x height of an image.
 Image Crop(const Image& image, int width, int height);
 

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cstddef>
+#include <cstdlib>
 #include <cstring>
 #include <stdexcept>
 
@@ -17,7 +18,7 @@ namespace {
 
 constexpr int kKernelSize = 5;    // what DofraInit forces in any case
 constexpr int kDisparityDiv = 8;  // frame pixels per disparity sample
-constexpr int kMaxPadding = 64;   // how far OpenNearest looks beyond a size
+constexpr int kMaxPadding = 64;   // how far NearestAccepted looks from a size
 constexpr int kFullWeight = 1024;
 constexpr uint32_t kFrameUsage =
     android::GraphicBuffer::USAGE_SW_READ_OFTEN | android::GraphicBuffer::USAGE_SW_WRITE_OFTEN;
@@ -114,38 +115,49 @@ BlurSession::BlurSession(Size frame, DofraHandle* handle)
       dst_(new android::GraphicBuffer(frame.width, frame.height,
                                       android::HAL_PIXEL_FORMAT_YCrCb_420_SP, kFrameUsage)) {}
 
-std::unique_ptr<BlurSession> BlurSession::Open(Size frame, int scale, bool quiet) {
+std::unique_ptr<BlurSession> BlurSession::Open(Size frame, int scale) {
   DofraParams params = MakeParams(frame, DefaultDisparitySize(frame), scale);
   DofraHandle* handle = nullptr;
-  int result = 0;
-  {
-    std::unique_ptr<LogSilence> silence(quiet ? new LogSilence : nullptr);
-    result = DofraInit(&handle, &params);
-  }
   // After a refusal the handle pointer names released memory: never use it.
-  if (result != 0) return nullptr;
+  if (DofraInit(&handle, &params) != 0) return nullptr;
   return std::unique_ptr<BlurSession>(new BlurSession(frame, handle));
 }
 
-std::unique_ptr<BlurSession> BlurSession::OpenNearest(Size frame, int scale) {
-  const int w0 = frame.width + (frame.width & 1);
-  const int h0 = frame.height + (frame.height & 1);
+bool Accepts(Size frame, int scale) {
+  DofraParams params = MakeParams(frame, DefaultDisparitySize(frame), scale);
+  DofraHandle* handle = nullptr;
+  LogSilence silence;
+  // After a refusal the handle pointer names released memory: never use it.
+  if (DofraInit(&handle, &params) != 0) return false;
+  DofraDeinit(handle);
+  return true;
+}
+
+Size NearestAccepted(Size frame, int scale, Direction direction) {
+  const int sign = direction == Direction::kLarger ? 1 : -1;
+  // The even size at or beyond frame in that direction.
+  const int w0 = frame.width + sign * (frame.width & 1);
+  const int h0 = frame.height + sign * (frame.height & 1);
   std::vector<Size> candidates;
   for (int dh = 0; dh <= kMaxPadding; dh += 2) {
-    for (int dw = 0; dw <= kMaxPadding; dw += 2) candidates.push_back(Size{w0 + dw, h0 + dh});
+    for (int dw = 0; dw <= kMaxPadding; dw += 2) {
+      const Size size{w0 + sign * dw, h0 + sign * dh};
+      if (size.width >= 2 && size.height >= 2) candidates.push_back(size);
+    }
   }
-  // Fewest added pixels first; among equals, the least lopsided padding.
+  // Fewest pixels added or removed first; among equals, the least lopsided.
+  const long long area0 = static_cast<long long>(w0) * h0;
   std::stable_sort(candidates.begin(), candidates.end(), [&](const Size& a, const Size& b) {
-    const long long area_a = static_cast<long long>(a.width) * a.height;
-    const long long area_b = static_cast<long long>(b.width) * b.height;
-    if (area_a != area_b) return area_a < area_b;
-    return std::max(a.width - w0, a.height - h0) < std::max(b.width - w0, b.height - h0);
+    const long long change_a = std::llabs(static_cast<long long>(a.width) * a.height - area0);
+    const long long change_b = std::llabs(static_cast<long long>(b.width) * b.height - area0);
+    if (change_a != change_b) return change_a < change_b;
+    return std::max(std::abs(a.width - w0), std::abs(a.height - h0)) <
+           std::max(std::abs(b.width - w0), std::abs(b.height - h0));
   });
   for (const Size& size : candidates) {
-    std::unique_ptr<BlurSession> session = Open(size, scale, true);
-    if (session) return session;
+    if (Accepts(size, scale)) return size;
   }
-  return nullptr;
+  return Size{};
 }
 
 BlurSession::~BlurSession() { DofraDeinit(handle_); }

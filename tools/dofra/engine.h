@@ -33,6 +33,14 @@ class LogSilence {
 // The disparity map size the tool gives a frame: one sample per 8 x 8 pixels.
 Size DefaultDisparitySize(Size frame);
 
+// Whether DofraInit accepts this frame size at this factor (its log dropped).
+bool Accepts(Size frame, int scale);
+
+enum class Direction { kSmaller, kLarger };
+// The accepted size (both sides even) closest in area to `frame` that is no
+// larger, or no smaller, on either side; {0, 0} if none is within 64 pixels.
+Size NearestAccepted(Size frame, int scale, Direction direction);
+
 // A weight context hung on a zero-filled handle record of the tool's own,
 // so it never touches (or leaks) the blank context of a blur handle.
 class WeightMapper {
@@ -63,12 +71,8 @@ class WeightMapper {
 // A blur handle with its source and destination frames.
 class BlurSession {
  public:
-  // nullptr when DofraInit refuses the size or factor. quiet drops the
-  // library's log lines for the attempt.
-  static std::unique_ptr<BlurSession> Open(Size frame, int scale, bool quiet);
-  // The smallest size at least `frame` (both sides even) that the library
-  // accepts at this factor, opened; nullptr if none is near.
-  static std::unique_ptr<BlurSession> OpenNearest(Size frame, int scale);
+  // nullptr when DofraInit refuses the size or factor.
+  static std::unique_ptr<BlurSession> Open(Size frame, int scale);
   ~BlurSession();
   BlurSession(const BlurSession&) = delete;
   BlurSession& operator=(const BlurSession&) = delete;

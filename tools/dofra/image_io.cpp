@@ -21,13 +21,21 @@ namespace dofra_tool {
 namespace {
 
 constexpr uint8_t kPngSignature[8] = {0x89, 'P', 'N', 'G', '\r', '\n', 0x1a, '\n'};
+constexpr uint8_t kPngEnd[12] = {0, 0, 0, 0, 'I', 'E', 'N', 'D', 0xae, 0x42, 0x60, 0x82};
 constexpr uint8_t kJpegSignature[3] = {0xff, 0xd8, 0xff};
 // IHDR follows the signature: length, type, width, height, then depth and colour type.
 constexpr size_t kPngBitDepthAt = 24;
 constexpr size_t kPngColorTypeAt = 25;
 constexpr uint8_t kPngColorGray = 0;
 constexpr uint8_t kPngColorGrayAlpha = 4;
-constexpr int kMaxPictureSide = 16384;
+// Deflate expands at most 1032-fold, so a PNG's rows cannot hold more bytes
+// than that many times the file's.
+constexpr uint64_t kDeflateMaxRatio = 1032;
+// Huffman-coded JPEG spends at least one bit per 8x8 luma block, so a file
+// cannot describe more than 512 pixels per byte (arithmetic coding could, but
+// no camera writes it).
+constexpr uint64_t kJpegMaxPixelsPerByte = 512;
+constexpr uint64_t kMaxFileBytes = uint64_t{1} << 30;
 
 struct FileCloser {
   void operator()(FILE* f) const { fclose(f); }
@@ -35,6 +43,10 @@ struct FileCloser {
 using File = std::unique_ptr<FILE, FileCloser>;
 
 std::string Errno() { return std::strerror(errno); }
+
+std::string SizeText(uint64_t width, uint64_t height) {
+  return std::to_string(width) + "x" + std::to_string(height);
+}
 
 enum class Format { kPng, kJpeg };
 
@@ -50,34 +62,68 @@ Format Sniff(const std::string& path, const std::vector<uint8_t>& bytes) {
   throw InputError(path + " is neither a PNG nor a JPEG picture");
 }
 
-void CheckSides(const std::string& path, int width, int height) {
-  if (width < 1 || height < 1 || width > kMaxPictureSide || height > kMaxPictureSide) {
-    throw InputError(path + ": picture size " + std::to_string(width) + "x" +
-                     std::to_string(height) + " is not supported");
+// What is wrong with the size a header claims, checked before anything of
+// that size exists ("" if nothing): beyond the picture limit, larger than
+// `most`, or more than a file of `file_bytes` can encode (`least_bytes`).
+std::string ClaimProblem(const std::string& path, uint64_t width, uint64_t height, Size most,
+                         uint64_t least_bytes, uint64_t file_bytes) {
+  if (width < 1 || height < 1 || width > kMaxPictureSide || height > kMaxPictureSide ||
+      width * height > kMaxPicturePixels) {
+    return path + ": a " + SizeText(width, height) +
+           " picture is beyond the limit of 100 megapixels and 16384 per side";
   }
+  if (width > static_cast<uint64_t>(most.width) || height > static_cast<uint64_t>(most.height)) {
+    return path + ": a " + SizeText(width, height) + " map is larger than the " +
+           SizeText(most.width, most.height) + " picture";
+  }
+  if (least_bytes > file_bytes) {
+    return path + ": truncated or damaged (a " + SizeText(width, height) + " picture needs " +
+           std::to_string(least_bytes) + " bytes or more, the file holds " +
+           std::to_string(file_bytes) + ")";
+  }
+  return "";
+}
+
+// Channels of each PNG colour type (gray, -, RGB, palette, gray+alpha, -, RGBA).
+constexpr uint64_t kPngChannels[7] = {1, 0, 3, 1, 2, 0, 4};
+
+// The fewest file bytes that can hold the rows the PNG header describes.
+uint64_t PngLeastBytes(const std::vector<uint8_t>& bytes, uint64_t width, uint64_t height) {
+  const uint64_t depth = bytes[kPngBitDepthAt];
+  const uint8_t color_type = bytes[kPngColorTypeAt];
+  const uint64_t channels = color_type < 7 ? kPngChannels[color_type] : 1;
+  const uint64_t row_bytes = (width * channels * depth + 7) / 8 + 1;  // + filter byte
+  return height * row_bytes / kDeflateMaxRatio;
+}
+
+// The last 12 bytes are the empty IEND chunk: nothing was cut off, not even
+// after the picture's rows (which the decoder would not notice).
+bool EndsWithPngEnd(const std::vector<uint8_t>& bytes) {
+  return bytes.size() >= sizeof(kPngEnd) &&
+         std::equal(std::begin(kPngEnd), std::end(kPngEnd), bytes.end() - sizeof(kPngEnd));
 }
 
 Image DecodePng(const std::string& path, const std::vector<uint8_t>& bytes, uint32_t format,
-                int channels) {
+                int channels, Size most) {
   png_image png;
   std::memset(&png, 0, sizeof(png));
   png.version = PNG_IMAGE_VERSION;
   if (!png_image_begin_read_from_memory(&png, bytes.data(), bytes.size())) {
     throw InputError(path + ": unreadable PNG (" + png.message + ")");
   }
-  const int width = static_cast<int>(png.width);
-  const int height = static_cast<int>(png.height);
-  if (width < 1 || height < 1 || width > kMaxPictureSide || height > kMaxPictureSide) {
+  const std::string problem = ClaimProblem(
+      path, png.width, png.height, most, PngLeastBytes(bytes, png.width, png.height), bytes.size());
+  if (!problem.empty() || !EndsWithPngEnd(bytes)) {
     png_image_free(&png);
-    CheckSides(path, width, height);
+    throw InputError(problem.empty() ? path + ": truncated PNG (no end chunk)" : problem);
   }
   png.format = format;
-  Image image(width, height, channels);
-  if (!png_image_finish_read(&png, nullptr, image.pixels.data(), 0, nullptr)) {
-    const std::string message = png.message;
-    png_image_free(&png);
-    throw InputError(path + ": unreadable PNG (" + message + ")");
-  }
+  Image image(static_cast<int>(png.width), static_cast<int>(png.height), channels);
+  const bool read = png_image_finish_read(&png, nullptr, image.pixels.data(), 0, nullptr) != 0;
+  const std::string message = png.message;
+  const bool warned = (png.warning_or_error & PNG_IMAGE_WARNING) != 0;
+  png_image_free(&png);
+  if (!read || warned) throw InputError(path + ": damaged PNG (" + message + ")");
   return image;
 }
 
@@ -93,59 +139,73 @@ void OnJpegError(j_common_ptr info) {
   longjmp(error->escape, 1);
 }
 
-// Decodes into image, which the caller sizes from the header callback; no
-// object with a destructor lives between setjmp and longjmp here.
-bool DecodeJpegInto(const std::vector<uint8_t>& bytes, bool gray_only, Image* image,
-                    std::string* error_text) {
+// A warning (level -1) means damaged or missing data that the decoder would
+// paint grey: an error here. Trace messages (level >= 0) are ignored.
+void OnJpegMessage(j_common_ptr info, int level) {
+  if (level < 0) OnJpegError(info);
+}
+
+enum class JpegOutcome { kDecoded, kFailed, kNotGray, kClaim };
+
+// Decodes into image once the header's claim has passed CheckClaim; no object
+// with a destructor lives between setjmp and longjmp here.
+JpegOutcome DecodeJpegInto(const std::string& path, const std::vector<uint8_t>& bytes,
+                           bool gray_only, Size most, Image* image, std::string* error_text) {
   jpeg_decompress_struct info;
   JpegError error;
   info.err = jpeg_std_error(&error.manager);
   error.manager.error_exit = OnJpegError;
+  error.manager.emit_message = OnJpegMessage;
   error.message[0] = '\0';
   if (setjmp(error.escape)) {
     jpeg_destroy_decompress(&info);
     *error_text = error.message;
-    return false;
+    return JpegOutcome::kFailed;
   }
   jpeg_create_decompress(&info);
   jpeg_mem_src(&info, bytes.data(), static_cast<unsigned long>(bytes.size()));
   jpeg_read_header(&info, TRUE);
   if (gray_only && info.num_components != 1) {
     jpeg_destroy_decompress(&info);
-    *error_text = "gray";
-    return false;
+    return JpegOutcome::kNotGray;
+  }
+  *error_text = ClaimProblem(path, info.image_width, info.image_height, most,
+                             uint64_t{info.image_width} * info.image_height / kJpegMaxPixelsPerByte,
+                             bytes.size());
+  if (!error_text->empty()) {
+    jpeg_destroy_decompress(&info);
+    return JpegOutcome::kClaim;
   }
   info.out_color_space = gray_only ? JCS_GRAYSCALE : JCS_EXT_RGBA;
   jpeg_start_decompress(&info);
-  const int width = static_cast<int>(info.output_width);
-  const int height = static_cast<int>(info.output_height);
-  if (width < 1 || height < 1 || width > kMaxPictureSide || height > kMaxPictureSide) {
-    jpeg_destroy_decompress(&info);
-    *error_text = "size";
-    return false;
-  }
-  image->width = width;
-  image->height = height;
+  image->width = static_cast<int>(info.output_width);
+  image->height = static_cast<int>(info.output_height);
   image->channels = gray_only ? 1 : 4;
-  image->pixels.resize(static_cast<size_t>(width) * height * image->channels);
+  image->pixels.resize(static_cast<size_t>(image->width) * image->height * image->channels);
   while (info.output_scanline < info.output_height) {
     JSAMPROW row = image->Row(static_cast<int>(info.output_scanline));
     jpeg_read_scanlines(&info, &row, 1);
   }
   jpeg_finish_decompress(&info);
   jpeg_destroy_decompress(&info);
-  return true;
+  return JpegOutcome::kDecoded;
 }
 
-Image DecodeJpeg(const std::string& path, const std::vector<uint8_t>& bytes, bool gray_only) {
+Image DecodeJpeg(const std::string& path, const std::vector<uint8_t>& bytes, bool gray_only,
+                 Size most) {
   Image image;
   std::string error_text;
-  if (DecodeJpegInto(bytes, gray_only, &image, &error_text)) return image;
-  if (error_text == "gray") {
-    throw InputError(path + ": a disparity map must be 8-bit grayscale, not colour");
+  switch (DecodeJpegInto(path, bytes, gray_only, most, &image, &error_text)) {
+    case JpegOutcome::kDecoded:
+      return image;
+    case JpegOutcome::kNotGray:
+      throw InputError(path + ": a disparity map must be 8-bit grayscale, not colour");
+    case JpegOutcome::kClaim:
+      throw InputError(error_text);
+    case JpegOutcome::kFailed:
+      break;
   }
-  if (error_text == "size") throw InputError(path + ": picture size is not supported");
-  throw InputError(path + ": unreadable JPEG (" + error_text + ")");
+  throw InputError(path + ": damaged JPEG (" + error_text + ")");
 }
 
 // Writes through a temporary file in the target's directory, renamed into
@@ -243,6 +303,9 @@ std::vector<uint8_t> ReadBytes(const std::string& path) {
   struct stat info;
   if (stat(path.c_str(), &info) != 0) throw InputError("cannot read " + path + ": " + Errno());
   if (!S_ISREG(info.st_mode)) throw InputError("cannot read " + path + ": not a regular file");
+  if (static_cast<uint64_t>(info.st_size) > kMaxFileBytes) {
+    throw InputError("cannot read " + path + ": larger than 1 GiB");
+  }
   File file(fopen(path.c_str(), "rb"));
   if (!file) throw InputError("cannot read " + path + ": " + Errno());
   std::vector<uint8_t> bytes(static_cast<size_t>(info.st_size));
@@ -263,15 +326,15 @@ void WriteBytes(const std::string& path, const std::vector<uint8_t>& bytes) {
 Image ReadPicture(const std::string& path, bool* has_alpha) {
   const std::vector<uint8_t> bytes = ReadBytes(path);
   *has_alpha = false;
-  if (Sniff(path, bytes) == Format::kJpeg) return DecodeJpeg(path, bytes, false);
+  if (Sniff(path, bytes) == Format::kJpeg) return DecodeJpeg(path, bytes, false, kLargestPicture);
   const uint8_t color_type = bytes[kPngColorTypeAt];
   *has_alpha = (color_type & PNG_COLOR_MASK_ALPHA) != 0;
-  return DecodePng(path, bytes, PNG_FORMAT_RGBA, 4);
+  return DecodePng(path, bytes, PNG_FORMAT_RGBA, 4, kLargestPicture);
 }
 
-Image ReadGrayMap(const std::string& path) {
+Image ReadGrayMap(const std::string& path, Size most) {
   const std::vector<uint8_t> bytes = ReadBytes(path);
-  if (Sniff(path, bytes) == Format::kJpeg) return DecodeJpeg(path, bytes, true);
+  if (Sniff(path, bytes) == Format::kJpeg) return DecodeJpeg(path, bytes, true, most);
   const uint8_t depth = bytes[kPngBitDepthAt];
   const uint8_t color_type = bytes[kPngColorTypeAt];
   if (color_type != kPngColorGray && color_type != kPngColorGrayAlpha) {
@@ -281,7 +344,7 @@ Image ReadGrayMap(const std::string& path) {
     throw InputError(path + ": a disparity map must be 8-bit grayscale, not " +
                      std::to_string(depth) + "-bit");
   }
-  return DecodePng(path, bytes, PNG_FORMAT_GRAY, 1);
+  return DecodePng(path, bytes, PNG_FORMAT_GRAY, 1, most);
 }
 
 void WritePng(const std::string& path, const Image& image) {

@@ -8,7 +8,15 @@
 #include <string>
 #include <vector>
 
+#include "cli.h"
+
 namespace dofra_tool {
+
+// Pictures beyond these are refused from their header, before anything of
+// their size is allocated.
+constexpr uint64_t kMaxPicturePixels = 100000000;
+constexpr int kMaxPictureSide = 16384;
+constexpr Size kLargestPicture{kMaxPictureSide, kMaxPictureSide};
 
 // Interleaved 8-bit pixels, rows packed (stride = width * channels).
 struct Image {
@@ -27,12 +35,13 @@ struct Image {
 };
 
 // A photograph (PNG or JPEG) as RGBA; has_alpha tells whether the file had
-// transparency worth keeping.
+// transparency worth keeping. Damaged or truncated files are refused, decoder
+// warnings included, and so are sizes more than the file's bytes can encode.
 Image ReadPicture(const std::string& path, bool* has_alpha);
 
 // An 8-bit single-channel map (PNG gray, with or without alpha, or JPEG
-// gray); any other depth or colour is refused.
-Image ReadGrayMap(const std::string& path);
+// gray) no larger than `most`; any other depth or colour is refused.
+Image ReadGrayMap(const std::string& path, Size most = kLargestPicture);
 
 // PNG of a 1-, 3- or 4-channel image.
 void WritePng(const std::string& path, const Image& image);

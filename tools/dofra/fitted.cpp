@@ -1,0 +1,47 @@
+#include "fitted.h"
+
+#include <cstring>
+
+#include "convert.h"
+
+namespace dofra_tool {
+
+FittedFrame::FittedFrame(Size picture, int scale) : picture_(picture), scale_(scale) {
+  const Size frame = NearestAccepted(picture, scale, Direction::kLarger);
+  if (frame.width != 0) session_ = BlurSession::Open(frame, scale);
+  if (!session_) {
+    throw InputError("the library accepts no frame size near " + SizeText(picture) + " at scale " +
+                     std::to_string(scale));
+  }
+}
+
+bool FittedFrame::padded() const {
+  return frame().width != picture_.width || frame().height != picture_.height;
+}
+
+std::string FittedFrame::PaddingNote() const {
+  return "padding " + SizeText(picture_) + " to " + SizeText(frame()) +
+         " (a size the library accepts at scale " + std::to_string(scale_) +
+         "); the result is cropped back";
+}
+
+void FittedFrame::Load(const Image& rgba) {
+  const Size f = frame();
+  RgbaToNv21(padded() ? PadByReplication(rgba, f.width, f.height) : rgba, session_->source());
+  session_->PrimeDestination();
+}
+
+void FittedFrame::SetWeights(const uint16_t* weights) {
+  const Size f = frame();
+  weights_.resize(static_cast<size_t>(f.width) * f.height);
+  PadWeights(weights, picture_, weights_.data(), f);
+  session_->SetWeights(weights_.data());
+}
+
+Image FittedFrame::Result() const {
+  const Size f = frame();
+  const Image out = Nv21ToRgba(session_->destination(), f.width, f.height);
+  return padded() ? Crop(out, picture_.width, picture_.height) : out;
+}
+
+}  // namespace dofra_tool

@@ -1,0 +1,46 @@
+// A picture of any size blurred on a frame the library accepts: padded by
+// edge replication to the nearest accepted size, cropped back afterwards.
+#ifndef DOFRA_TOOLS_FITTED_H
+#define DOFRA_TOOLS_FITTED_H
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "cli.h"
+#include "engine.h"
+#include "image_io.h"
+
+namespace dofra_tool {
+
+class FittedFrame {
+ public:
+  // Throws InputError when the library accepts no size near the picture's.
+  FittedFrame(Size picture, int scale);
+
+  Size frame() const { return session_->frame(); }
+  bool padded() const;
+  // One line telling the padding, for the command's output.
+  std::string PaddingNote() const;
+
+  // An RGBA picture of the picture's size into the source frame, and the
+  // destination primed with it.
+  void Load(const Image& rgba);
+  // A weight map of the picture's size, grown to the frame by replication.
+  void SetWeights(const uint16_t* weights);
+  // One frame through DofraBlurImage; false when the library refuses.
+  bool Blur() { return session_->Blur(); }
+  // The destination frame as RGBA, cropped to the picture.
+  Image Result() const;
+
+ private:
+  Size picture_;
+  int scale_;
+  std::unique_ptr<BlurSession> session_;
+  std::vector<uint16_t> weights_;
+};
+
+}  // namespace dofra_tool
+
+#endif  // DOFRA_TOOLS_FITTED_H
