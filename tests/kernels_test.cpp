@@ -1,0 +1,281 @@
+// Every kernel family: the vectorised members against their scalar formulas
+// at every instruction-set level offered, then hand-checked values of the
+// scalar formulas for the rules that member equality cannot see.
+#include "blur/kernels.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "support/kernel_harness.h"
+
+namespace {
+
+const std::vector<KernelFamily>& Families() {
+  static const std::vector<KernelFamily> all = AllKernelFamilies();
+  return all;
+}
+
+class KernelHarness : public ::testing::TestWithParam<size_t> {};
+
+TEST_P(KernelHarness, VectorisedMembersMatchTheirFormulas) {
+  const KernelFamily& f = Families()[GetParam()];
+  std::string skipped;
+  const std::vector<SimdLevel> levels = VectorLevels(&skipped);
+  if (!skipped.empty())
+    printf("[ levels  ] %s: not offered here: %s\n", f.name.c_str(), skipped.c_str());
+  const SimdLevel restore = ActiveSimdLevel();
+  for (SimdLevel level : levels) {
+    ASSERT_TRUE(ForceSimdLevel(level));
+    for (const KernelCase& c : f.cases) {
+      for (uint8_t fill : {1, 101}) {
+        const std::vector<uint8_t> ref = f.run(f.member, false, c, fill);
+        const std::vector<uint8_t> fast = f.run(f.member, true, c, fill);
+        ASSERT_EQ(ref.size(), fast.size());
+        const auto diff = std::mismatch(ref.begin(), ref.end(), fast.begin());
+        ASSERT_TRUE(diff.first == ref.end())
+            << f.name << " at " << SimdLevelName(level) << ": W=" << c.W << " H=" << c.H
+            << " sw=" << c.sw << " sh=" << c.sh << " rows " << c.first << ".." << c.last
+            << " r=" << c.r << " pattern " << c.pattern << " fill " << int(fill) << ": byte "
+            << (diff.first - ref.begin()) << " is " << int(*diff.second) << ", formula "
+            << int(*diff.first);
+      }
+    }
+  }
+  ForceSimdLevel(restore);
+}
+
+INSTANTIATE_TEST_SUITE_P(AllFamilies, KernelHarness, ::testing::Range<size_t>(0, Families().size()),
+                         [](const ::testing::TestParamInfo<size_t>& info) {
+                           std::string name = Families()[info.param].name;
+                           for (char& ch : name)
+                             if (!isalnum(static_cast<unsigned char>(ch))) ch = '_';
+                           return name;
+                         });
+
+// ---------------------------------------------------------------- hand values
+
+int Lerp(int a, int b, int wa, int wb) { return (a * wa + b * wb + 128) >> 8; }
+
+// A compositing call with source 0 and weight 1024 (the output is the blurred
+// sample), an output pre-filled with 7 and a small plane of either a fixed
+// pseudo-random pattern or one value.
+struct Blurred {
+  int W, H, sw, sh;
+  std::vector<uint8_t> small, out;
+  Blurred(BlendFn fn, int w, int h, int s_w, int s_h, int first, int last, int constant,
+          bool chroma)
+      : W(w), H(h), sw(s_w), sh(s_h), small(size_t(s_w) * s_h), out(size_t(w) * h, 7) {
+    for (size_t i = 0; i < small.size(); ++i)
+      small[i] = static_cast<uint8_t>(constant >= 0 ? constant : (i * 37 + 11) % 251);
+    const std::vector<uint8_t> src(out.size(), 0);
+    const std::vector<uint16_t> weights(out.size() * (chroma ? 2 : 1), 1024);
+    fn(src.data(), W, H, sw, sh, weights.data(), small.data(), out.data(), first, last);
+  }
+  int S(int y, int x) const { return small[size_t(y) * sw + x]; }
+};
+
+struct BlendHand {
+  const char* rule;
+  BlendFn fn;
+  int W, H, sw, sh, first, last, constant;
+  bool chroma;
+  int y, x;
+  std::function<int(const Blurred&)> want;
+};
+
+int Mean(const Blurred& b, int r0, int r1, int k, int step) {
+  return (b.S(r0, k) + b.S(r0, k + step) + b.S(r1, k) + b.S(r1, k + step) + 2) >> 2;
+}
+
+const BlendHand kBlendHands[] = {
+    {"Y x2 block mean", __CreateOutputImage_Y_x2_c, 40, 6, 20, 3, 0, 5, -1, false, 1, 1,
+     [](const Blurred& b) { return Mean(b, 0, 1, 0, 1); }},
+    {"Y x2 inner block", __CreateOutputImage_Y_x2_c, 40, 6, 20, 3, 0, 5, -1, false, 2, 37,
+     [](const Blurred& b) { return Mean(b, 1, 2, 18, 1); }},
+    {"Y x2 last columns pair vertically", __CreateOutputImage_Y_x2_c, 40, 6, 20, 3, 0, 5, -1,
+     false, 1, 39, [](const Blurred& b) { return (2 * b.S(0, 19) + 2 * b.S(1, 19) + 2) >> 2; }},
+    {"Y x2 last row clamps r1", __CreateOutputImage_Y_x2_c, 40, 6, 20, 3, 0, 5, -1, false, 5, 4,
+     [](const Blurred& b) { return (2 * b.S(2, 2) + 2 * b.S(2, 3) + 2) >> 2; }},
+    {"Y x2 one-row band rewrites the row above", __CreateOutputImage_Y_x2_c, 40, 6, 20, 3, 3, 3,
+     -1, false, 2, 0, [](const Blurred& b) { return Mean(b, 1, 2, 0, 1); }},
+    {"Y x2 one-row band stops there", __CreateOutputImage_Y_x2_c, 40, 6, 20, 3, 3, 3, -1, false,
+     1, 0, [](const Blurred&) { return 7; }},
+    {"Y x4 phase table, fy 0", __CreateOutputImage_Y_x4_c, 64, 64, 16, 16, 0, 31, -1, false, 0, 5,
+     [](const Blurred& b) { return Lerp(b.S(0, 1), b.S(0, 2), 192, 64); }},
+    {"Y x4 bilinear", __CreateOutputImage_Y_x4_c, 64, 64, 16, 16, 0, 31, -1, false, 1, 5,
+     [](const Blurred& b) {
+       return Lerp(Lerp(b.S(0, 1), b.S(0, 2), 192, 64), Lerp(b.S(1, 1), b.S(1, 2), 192, 64), 192,
+                   64);
+     }},
+    {"Y x4 right edge vertical only", __CreateOutputImage_Y_x4_c, 64, 64, 16, 16, 0, 31, -1, false,
+     6, 60, [](const Blurred& b) { return Lerp(b.S(1, 15), b.S(2, 15), 128, 128); }},
+    {"Y x4 bottom rows horizontal only", __CreateOutputImage_Y_x4_c, 35, 24, 9, 12, 23, 23, -1,
+     false, 20, 1, [](const Blurred& b) { return Lerp(b.S(10, 0), b.S(10, 1), 191, 65); }},
+    {"Y x4 bottom rows nearest at the edge", __CreateOutputImage_Y_x4_c, 35, 24, 9, 12, 23, 23, -1,
+     false, 21, 34, [](const Blurred& b) { return b.S(10, 8); }},
+    {"Y x4 bottom rows only", __CreateOutputImage_Y_x4_c, 35, 24, 9, 12, 23, 23, -1, false, 19, 0,
+     [](const Blurred&) { return 7; }},
+    {"Y x4 main rule above a band end", __CreateOutputImage_Y_x4_c, 35, 24, 9, 12, 0, 22, -1, false,
+     21, 34, [](const Blurred& b) { return Lerp(b.S(10, 8), b.S(11, 8), 128, 128); }},
+    {"Y x8 phase table", __CreateOutputImage_Y_x8_c, 128, 64, 16, 8, 0, 0, -1, false, 0, 11,
+     [](const Blurred& b) { return Lerp(b.S(0, 1), b.S(0, 2), 160, 96); }},
+    {"Y x8 bottom rows", __CreateOutputImage_Y_x8_c, 67, 48, 9, 24, 47, 47, -1, false, 40, 66,
+     [](const Blurred& b) { return b.S(20, 8); }},
+    {"Y x6 phase restarts at column 7", __CreateOutputImage_Y_x6_c, 240, 60, 40, 10, 1, 1, -1,
+     false, 1, 7,
+     [](const Blurred& b) {
+       return Lerp(Lerp(b.S(0, 1), b.S(0, 2), 214, 42), Lerp(b.S(1, 1), b.S(1, 2), 214, 42), 214,
+                   42);
+     }},
+    {"Y x6 column 0 vertical only", __CreateOutputImage_Y_x6_c, 240, 60, 40, 10, 1, 1, -1, false,
+     1, 0, [](const Blurred& b) { return Lerp(b.S(0, 0), b.S(1, 0), 214, 42); }},
+    {"Y x6 row 0 nearest in column 0", __CreateOutputImage_Y_x6_c, 240, 60, 40, 10, 0, 59, -1,
+     false, 0, 0, [](const Blurred& b) { return b.S(0, 0); }},
+    {"Y x6 row 0 horizontal only", __CreateOutputImage_Y_x6_c, 240, 60, 40, 10, 0, 59, -1, false,
+     0, 7, [](const Blurred& b) { return Lerp(b.S(0, 1), b.S(0, 2), 214, 42); }},
+    {"Y x6 bottom rows horizontal only", __CreateOutputImage_Y_x6_c, 240, 60, 40, 10, 0, 59, -1,
+     false, 55, 7, [](const Blurred& b) { return Lerp(b.S(9, 1), b.S(9, 2), 214, 42); }},
+    {"Y x6 bottom rows nearest at the edge", __CreateOutputImage_Y_x6_c, 240, 60, 40, 10, 0, 59,
+     -1, false, 55, 236, [](const Blurred& b) { return b.S(9, 39); }},
+    {"Y x6 fy 0 row blurs to 0", __CreateOutputImage_Y_x6_c, 96, 1088, 16, 181, 0, 1087, 200,
+     false, 517, 95, [](const Blurred&) { return 0; }},
+    {"Y x6 fy 0 row, column 0", __CreateOutputImage_Y_x6_c, 96, 1088, 16, 181, 0, 1087, 200, false,
+     517, 0, [](const Blurred&) { return 0; }},
+    {"Y x6 the row above it", __CreateOutputImage_Y_x6_c, 96, 1088, 16, 181, 0, 1087, 200, false,
+     516, 40, [](const Blurred&) { return 200; }},
+    {"UV x2 pair mean", __CreateOutputImage_UV_x2_c, 64, 8, 32, 4, 0, 7, -1, true, 2, 59,
+     [](const Blurred& b) { return Mean(b, 1, 2, 29, 2); }},
+    {"UV x2 last pairs vertical only", __CreateOutputImage_UV_x2_c, 64, 8, 32, 4, 0, 7, -1, true, 2,
+     60, [](const Blurred& b) { return (2 * b.S(1, 30) + 2 * b.S(2, 30) + 2) >> 2; }},
+    {"UV x2 last row clamps r1", __CreateOutputImage_UV_x2_c, 64, 8, 32, 4, 0, 7, -1, true, 7, 63,
+     [](const Blurred& b) { return b.S(3, 31); }},
+    {"UV x2 one-row band rewrites the row above", __CreateOutputImage_UV_x2_c, 32, 8, 16, 4, 5, 5,
+     -1, true, 4, 0, [](const Blurred& b) { return Mean(b, 2, 3, 0, 2); }},
+    {"UV x2 one-row band stops there", __CreateOutputImage_UV_x2_c, 32, 8, 16, 4, 5, 5, -1, true, 3,
+     0, [](const Blurred&) { return 7; }},
+    {"UV x4 phase from the pair number", __CreateOutputImage_UV_x4_c, 64, 16, 16, 4, 0, 7, -1, true,
+     0, 11, [](const Blurred& b) { return Lerp(b.S(0, 3), b.S(0, 5), 192, 64); }},
+    {"UV x8 bottom rows nearest at the edge", __CreateOutputImage_UV_x8_c, 128, 32, 16, 4, 30, 31,
+     -1, true, 24, 127, [](const Blurred& b) { return b.S(3, 15); }},
+    {"UV x8 bottom rows only", __CreateOutputImage_UV_x8_c, 128, 32, 16, 4, 30, 31, -1, true, 23, 0,
+     [](const Blurred&) { return 7; }},
+    {"UV x6 phase restarts at pair 7", __CreateOutputImage_UV_x6_c, 144, 48, 24, 8, 0, 7, -1, true,
+     1, 15,
+     [](const Blurred& b) {
+       return Lerp(Lerp(b.S(0, 3), b.S(0, 5), 214, 42), Lerp(b.S(1, 3), b.S(1, 5), 214, 42), 214,
+                   42);
+     }},
+    {"UV x6 pair 0 vertical only", __CreateOutputImage_UV_x6_c, 144, 48, 24, 8, 0, 7, -1, true, 1,
+     1, [](const Blurred& b) { return Lerp(b.S(0, 1), b.S(1, 1), 214, 42); }},
+    {"UV x6 row 0 pair 0 nearest", __CreateOutputImage_UV_x6_c, 144, 48, 24, 8, 0, 7, -1, true, 0,
+     1, [](const Blurred& b) { return b.S(0, 1); }},
+    {"UV x6 fy 0 row blurs to 0", __CreateOutputImage_UV_x6_c, 96, 544, 16, 90, 100, 200, 200, true,
+     133, 0, [](const Blurred&) { return 0; }},
+};
+
+TEST(HandValues, Compositing) {
+  for (const BlendHand& h : kBlendHands) {
+    const Blurred b(h.fn, h.W, h.H, h.sw, h.sh, h.first, h.last, h.constant, h.chroma);
+    EXPECT_EQ(b.out[size_t(h.y) * h.W + h.x], h.want(b)) << h.rule;
+  }
+}
+
+// The blend over its whole contract: every source, blurred value and weight.
+TEST(HandValues, BlendIsExactForEveryWeight) {
+  const int W = 256 * 1025;
+  std::vector<uint8_t> src(W), small(W / 2), out(W);
+  std::vector<uint16_t> weights(W);
+  for (int i = 0; i < W; ++i) src[i] = i & 255, weights[i] = static_cast<uint16_t>(i >> 8);
+  for (int b = 0; b < 256; ++b) {
+    std::fill(small.begin(), small.end(), static_cast<uint8_t>(b));
+    __CreateOutputImage_Y_x2_c(src.data(), W, 1, W / 2, 1, weights.data(), small.data(), out.data(),
+                               0, 0);
+    for (int i = 0; i < W; ++i)
+      ASSERT_EQ(out[i], ((i & 255) * (1024 - (i >> 8)) + b * (i >> 8) + 512) >> 10)
+          << b << " " << i;
+  }
+}
+
+struct ShrinkHand {
+  ShrinkFn fn;
+  int factor;
+  bool chroma;
+  std::vector<uint8_t> block;  // factor x factor, or one row repeated
+  int want;
+};
+
+// Each pass rounds on its own; the x6 taps are 1 1 2 2 1 1; chroma channels stay apart.
+TEST(HandValues, Shrink) {
+  const ShrinkHand hands[] = {
+      {__BiLinearInterp_Y_x2_c, 2, false, {0, 1, 0, 0}, 1},
+      {__BiLinearInterp_Y_x2_c, 2, false, {1, 0, 0, 0}, 1},
+      {__BiLinearInterp_Y_x6_c, 6, false, {0, 0, 255, 255, 0, 0}, 128},
+      {__BiLinearInterp_Y_x6_c, 6, false, {255, 255, 0, 0, 255, 255}, 128},
+      {__BiLinearInterp_Y_x8_c, 8, false, {0, 0, 0, 0, 0, 0, 0, 4}, 1},
+      {__BiLinearInterp_Y_x8_c, 8, false, {0, 0, 0, 3, 0, 0, 0, 0}, 0},
+      {__BiLinearInterp_UV_x2_c, 2, true, {10, 11}, 11},
+      {__BiLinearInterp_UV_x4_c, 4, true, {1, 0, 0, 1}, 1},
+      {__BiLinearInterp_UV_x4_c, 4, true, {1, 0, 0, 0}, 0},
+      {__BiLinearInterp_UV_x6_c, 6, true, {0, 0, 255, 255, 0, 0}, 128},
+      {__BiLinearInterp_UV_x6_c, 6, true, {0, 0, 0, 1, 0, 0}, 0},
+      {__BiLinearInterp_UV_x8_c, 8, true, {0, 0, 0, 0, 0, 0, 0, 4}, 1},
+  };
+  for (const ShrinkHand& h : hands) {
+    const int f = h.factor, unit = h.chroma ? 2 : 1, W = unit * f;
+    std::vector<uint8_t> src(size_t(W) * f, 200), tmp(size_t(unit) * f), small(unit);
+    for (int y = 0; y < f; ++y)
+      for (int x = 0; x < f; ++x)
+        src[size_t(y) * W + unit * x] = h.block[h.block.size() == size_t(f) ? x : y * f + x];
+    h.fn(src.data(), small.data(), tmp.data(), W, f, unit, 1, 0, 0);
+    EXPECT_EQ(small[0], h.want) << "factor " << f << (h.chroma ? " chroma" : " luma");
+    EXPECT_EQ(small[unit - 1], h.chroma ? 200 : h.want) << "the V channel mixed in";
+  }
+}
+
+// x2 chroma: pair p averages source pairs 2p and 2p + 1 whatever the width.
+TEST(HandValues, ChromaShrinkX2IgnoresTheColumnStep) {
+  const int w = 36, W = 8 * w;
+  std::vector<uint8_t> src(size_t(W) * 2), tmp(size_t(w) * 2), small(w);
+  for (int i = 0; i < W * 2; ++i) src[i] = static_cast<uint8_t>(i % W);
+  __BiLinearInterp_UV_x2_c(src.data(), small.data(), tmp.data(), W, 2, w, 1, 0, 0);
+  for (int p = 0; p < w / 2; ++p) {
+    ASSERT_EQ(small[2 * p], (8 * p + 2 + 1) >> 1) << p;
+    ASSERT_EQ(small[2 * p + 1], (8 * p + 4 + 1) >> 1) << p;
+  }
+}
+
+// Uniform 255: the truncated reciprocal gives 251 for count 9 (w = 113); the
+// even count 8 (w = 128) wraps 323 to 67. Pairs 0 / 200 stay 0 / 198.
+TEST(HandValues, Smoothing) {
+  struct Hand {
+    bool chroma;
+    int r;
+    uint16_t weight;
+    uint8_t even, odd;  // source bytes
+    uint8_t want_even, want_odd;
+  };
+  const Hand hands[] = {{false, 4, 113, 255, 255, 251, 251},
+                        {true, 4, 113, 255, 255, 251, 251},
+                        {false, 4, 128, 255, 255, 67, 67},
+                        {true, 4, 128, 255, 255, 67, 67},
+                        {true, 2, 204, 0, 200, 0, 198}};
+  const int W = 40, H = 9;
+  for (const Hand& h : hands) {
+    const int stride = W + 2 * h.r * (h.chroma ? 2 : 1);
+    std::vector<uint8_t> src(W * H), padded(size_t(stride) * (H + 2 * h.r), 0), dst(W * H, 7);
+    std::vector<uint8_t> integral(size_t(stride) * (H + 2 * h.r + 1) * 4);
+    for (size_t i = 0; i < src.size(); ++i) src[i] = i % 2 ? h.odd : h.even;
+    (h.chroma ? __GaussianSmoothImage_UV_integral_image_c
+              : __GaussianSmoothImage_Y_integral_image_c)(src.data(), padded.data(), dst.data(), W,
+                                                          H, &h.weight, 2 * h.r + 1, h.r,
+                                                          integral.data(), 0, H - 1);
+    for (size_t i = 0; i < dst.size(); ++i)
+      ASSERT_EQ(dst[i], i % 2 ? h.want_odd : h.want_even) << "r " << h.r << " byte " << i;
+  }
+}
+
+}  // namespace
