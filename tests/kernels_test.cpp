@@ -6,7 +6,6 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
-#include <functional>
 #include <string>
 #include <vector>
 
@@ -78,109 +77,102 @@ struct Blurred {
   int S(int y, int x) const { return small[size_t(y) * sw + x]; }
 };
 
-struct BlendHand {
-  const char* rule;
+// Calls under test: member, W, H, sw, sh, band, small plane value (-1: pattern).
+struct BlendCall {
   BlendFn fn;
   int W, H, sw, sh, first, last, constant;
   bool chroma;
+};
+const BlendCall kY2{__CreateOutputImage_Y_x2_c, 40, 6, 20, 3, 0, 5, -1, false},
+    kY2Row{__CreateOutputImage_Y_x2_c, 40, 6, 20, 3, 3, 3, -1, false},
+    kY4{__CreateOutputImage_Y_x4_c, 64, 64, 16, 16, 0, 31, -1, false},
+    kY4Bottom{__CreateOutputImage_Y_x4_c, 35, 24, 9, 12, 23, 23, -1, false},
+    kY4Above{__CreateOutputImage_Y_x4_c, 35, 24, 9, 12, 0, 22, -1, false},
+    kY8{__CreateOutputImage_Y_x8_c, 128, 64, 16, 8, 0, 0, -1, false},
+    kY8Bottom{__CreateOutputImage_Y_x8_c, 67, 48, 9, 24, 47, 47, -1, false},
+    kY6Row1{__CreateOutputImage_Y_x6_c, 240, 60, 40, 10, 1, 1, -1, false},
+    kY6{__CreateOutputImage_Y_x6_c, 240, 60, 40, 10, 0, 59, -1, false},
+    kY6Flat{__CreateOutputImage_Y_x6_c, 96, 1088, 16, 181, 0, 1087, 200, false},
+    kUV2{__CreateOutputImage_UV_x2_c, 64, 8, 32, 4, 0, 7, -1, true},
+    kUV2Row{__CreateOutputImage_UV_x2_c, 32, 8, 16, 4, 5, 5, -1, true},
+    kUV4{__CreateOutputImage_UV_x4_c, 64, 16, 16, 4, 0, 7, -1, true},
+    kUV8Bottom{__CreateOutputImage_UV_x8_c, 128, 32, 16, 4, 30, 31, -1, true},
+    kUV6{__CreateOutputImage_UV_x6_c, 144, 48, 24, 8, 0, 7, -1, true},
+    kUV6Flat{__CreateOutputImage_UV_x6_c, 96, 544, 16, 90, 100, 200, 200, true};
+
+// Expected values: a constant, a sample, a 2x2 mean, a 2-tap step, bilinear.
+enum Want { kConst, kSample, kMean, kLerp, kBilinear };
+struct BlendHand {
+  const char* rule;
+  const BlendCall& call;
   int y, x;
-  std::function<int(const Blurred&)> want;
+  Want want;
+  int a[7];  // kConst v; kSample y x; kMean r0 r1 k step; kLerp y0 x0 y1 x1 wa wb;
+             // kBilinear r0 x0 step left right top fy
 };
 
-int Mean(const Blurred& b, int r0, int r1, int k, int step) {
-  return (b.S(r0, k) + b.S(r0, k + step) + b.S(r1, k) + b.S(r1, k + step) + 2) >> 2;
+int Expected(const Blurred& b, Want want, const int* a) {
+  switch (want) {
+    case kConst:
+      return a[0];
+    case kSample:
+      return b.S(a[0], a[1]);
+    case kMean:
+      return (b.S(a[0], a[2]) + b.S(a[0], a[2] + a[3]) + b.S(a[1], a[2]) + b.S(a[1], a[2] + a[3]) +
+              2) >>
+             2;
+    case kLerp:
+      return Lerp(b.S(a[0], a[1]), b.S(a[2], a[3]), a[4], a[5]);
+    default:
+      return Lerp(Lerp(b.S(a[0], a[1]), b.S(a[0], a[1] + a[2]), a[3], a[4]),
+                  Lerp(b.S(a[0] + 1, a[1]), b.S(a[0] + 1, a[1] + a[2]), a[3], a[4]), a[5], a[6]);
+  }
 }
 
 const BlendHand kBlendHands[] = {
-    {"Y x2 block mean", __CreateOutputImage_Y_x2_c, 40, 6, 20, 3, 0, 5, -1, false, 1, 1,
-     [](const Blurred& b) { return Mean(b, 0, 1, 0, 1); }},
-    {"Y x2 inner block", __CreateOutputImage_Y_x2_c, 40, 6, 20, 3, 0, 5, -1, false, 2, 37,
-     [](const Blurred& b) { return Mean(b, 1, 2, 18, 1); }},
-    {"Y x2 last columns pair vertically", __CreateOutputImage_Y_x2_c, 40, 6, 20, 3, 0, 5, -1,
-     false, 1, 39, [](const Blurred& b) { return (2 * b.S(0, 19) + 2 * b.S(1, 19) + 2) >> 2; }},
-    {"Y x2 last row clamps r1", __CreateOutputImage_Y_x2_c, 40, 6, 20, 3, 0, 5, -1, false, 5, 4,
-     [](const Blurred& b) { return (2 * b.S(2, 2) + 2 * b.S(2, 3) + 2) >> 2; }},
-    {"Y x2 one-row band rewrites the row above", __CreateOutputImage_Y_x2_c, 40, 6, 20, 3, 3, 3,
-     -1, false, 2, 0, [](const Blurred& b) { return Mean(b, 1, 2, 0, 1); }},
-    {"Y x2 one-row band stops there", __CreateOutputImage_Y_x2_c, 40, 6, 20, 3, 3, 3, -1, false,
-     1, 0, [](const Blurred&) { return 7; }},
-    {"Y x4 phase table, fy 0", __CreateOutputImage_Y_x4_c, 64, 64, 16, 16, 0, 31, -1, false, 0, 5,
-     [](const Blurred& b) { return Lerp(b.S(0, 1), b.S(0, 2), 192, 64); }},
-    {"Y x4 bilinear", __CreateOutputImage_Y_x4_c, 64, 64, 16, 16, 0, 31, -1, false, 1, 5,
-     [](const Blurred& b) {
-       return Lerp(Lerp(b.S(0, 1), b.S(0, 2), 192, 64), Lerp(b.S(1, 1), b.S(1, 2), 192, 64), 192,
-                   64);
-     }},
-    {"Y x4 right edge vertical only", __CreateOutputImage_Y_x4_c, 64, 64, 16, 16, 0, 31, -1, false,
-     6, 60, [](const Blurred& b) { return Lerp(b.S(1, 15), b.S(2, 15), 128, 128); }},
-    {"Y x4 bottom rows horizontal only", __CreateOutputImage_Y_x4_c, 35, 24, 9, 12, 23, 23, -1,
-     false, 20, 1, [](const Blurred& b) { return Lerp(b.S(10, 0), b.S(10, 1), 191, 65); }},
-    {"Y x4 bottom rows nearest at the edge", __CreateOutputImage_Y_x4_c, 35, 24, 9, 12, 23, 23, -1,
-     false, 21, 34, [](const Blurred& b) { return b.S(10, 8); }},
-    {"Y x4 bottom rows only", __CreateOutputImage_Y_x4_c, 35, 24, 9, 12, 23, 23, -1, false, 19, 0,
-     [](const Blurred&) { return 7; }},
-    {"Y x4 main rule above a band end", __CreateOutputImage_Y_x4_c, 35, 24, 9, 12, 0, 22, -1, false,
-     21, 34, [](const Blurred& b) { return Lerp(b.S(10, 8), b.S(11, 8), 128, 128); }},
-    {"Y x8 phase table", __CreateOutputImage_Y_x8_c, 128, 64, 16, 8, 0, 0, -1, false, 0, 11,
-     [](const Blurred& b) { return Lerp(b.S(0, 1), b.S(0, 2), 160, 96); }},
-    {"Y x8 bottom rows", __CreateOutputImage_Y_x8_c, 67, 48, 9, 24, 47, 47, -1, false, 40, 66,
-     [](const Blurred& b) { return b.S(20, 8); }},
-    {"Y x6 phase restarts at column 7", __CreateOutputImage_Y_x6_c, 240, 60, 40, 10, 1, 1, -1,
-     false, 1, 7,
-     [](const Blurred& b) {
-       return Lerp(Lerp(b.S(0, 1), b.S(0, 2), 214, 42), Lerp(b.S(1, 1), b.S(1, 2), 214, 42), 214,
-                   42);
-     }},
-    {"Y x6 column 0 vertical only", __CreateOutputImage_Y_x6_c, 240, 60, 40, 10, 1, 1, -1, false,
-     1, 0, [](const Blurred& b) { return Lerp(b.S(0, 0), b.S(1, 0), 214, 42); }},
-    {"Y x6 row 0 nearest in column 0", __CreateOutputImage_Y_x6_c, 240, 60, 40, 10, 0, 59, -1,
-     false, 0, 0, [](const Blurred& b) { return b.S(0, 0); }},
-    {"Y x6 row 0 horizontal only", __CreateOutputImage_Y_x6_c, 240, 60, 40, 10, 0, 59, -1, false,
-     0, 7, [](const Blurred& b) { return Lerp(b.S(0, 1), b.S(0, 2), 214, 42); }},
-    {"Y x6 bottom rows horizontal only", __CreateOutputImage_Y_x6_c, 240, 60, 40, 10, 0, 59, -1,
-     false, 55, 7, [](const Blurred& b) { return Lerp(b.S(9, 1), b.S(9, 2), 214, 42); }},
-    {"Y x6 bottom rows nearest at the edge", __CreateOutputImage_Y_x6_c, 240, 60, 40, 10, 0, 59,
-     -1, false, 55, 236, [](const Blurred& b) { return b.S(9, 39); }},
-    {"Y x6 fy 0 row blurs to 0", __CreateOutputImage_Y_x6_c, 96, 1088, 16, 181, 0, 1087, 200,
-     false, 517, 95, [](const Blurred&) { return 0; }},
-    {"Y x6 fy 0 row, column 0", __CreateOutputImage_Y_x6_c, 96, 1088, 16, 181, 0, 1087, 200, false,
-     517, 0, [](const Blurred&) { return 0; }},
-    {"Y x6 the row above it", __CreateOutputImage_Y_x6_c, 96, 1088, 16, 181, 0, 1087, 200, false,
-     516, 40, [](const Blurred&) { return 200; }},
-    {"UV x2 pair mean", __CreateOutputImage_UV_x2_c, 64, 8, 32, 4, 0, 7, -1, true, 2, 59,
-     [](const Blurred& b) { return Mean(b, 1, 2, 29, 2); }},
-    {"UV x2 last pairs vertical only", __CreateOutputImage_UV_x2_c, 64, 8, 32, 4, 0, 7, -1, true, 2,
-     60, [](const Blurred& b) { return (2 * b.S(1, 30) + 2 * b.S(2, 30) + 2) >> 2; }},
-    {"UV x2 last row clamps r1", __CreateOutputImage_UV_x2_c, 64, 8, 32, 4, 0, 7, -1, true, 7, 63,
-     [](const Blurred& b) { return b.S(3, 31); }},
-    {"UV x2 one-row band rewrites the row above", __CreateOutputImage_UV_x2_c, 32, 8, 16, 4, 5, 5,
-     -1, true, 4, 0, [](const Blurred& b) { return Mean(b, 2, 3, 0, 2); }},
-    {"UV x2 one-row band stops there", __CreateOutputImage_UV_x2_c, 32, 8, 16, 4, 5, 5, -1, true, 3,
-     0, [](const Blurred&) { return 7; }},
-    {"UV x4 phase from the pair number", __CreateOutputImage_UV_x4_c, 64, 16, 16, 4, 0, 7, -1, true,
-     0, 11, [](const Blurred& b) { return Lerp(b.S(0, 3), b.S(0, 5), 192, 64); }},
-    {"UV x8 bottom rows nearest at the edge", __CreateOutputImage_UV_x8_c, 128, 32, 16, 4, 30, 31,
-     -1, true, 24, 127, [](const Blurred& b) { return b.S(3, 15); }},
-    {"UV x8 bottom rows only", __CreateOutputImage_UV_x8_c, 128, 32, 16, 4, 30, 31, -1, true, 23, 0,
-     [](const Blurred&) { return 7; }},
-    {"UV x6 phase restarts at pair 7", __CreateOutputImage_UV_x6_c, 144, 48, 24, 8, 0, 7, -1, true,
-     1, 15,
-     [](const Blurred& b) {
-       return Lerp(Lerp(b.S(0, 3), b.S(0, 5), 214, 42), Lerp(b.S(1, 3), b.S(1, 5), 214, 42), 214,
-                   42);
-     }},
-    {"UV x6 pair 0 vertical only", __CreateOutputImage_UV_x6_c, 144, 48, 24, 8, 0, 7, -1, true, 1,
-     1, [](const Blurred& b) { return Lerp(b.S(0, 1), b.S(1, 1), 214, 42); }},
-    {"UV x6 row 0 pair 0 nearest", __CreateOutputImage_UV_x6_c, 144, 48, 24, 8, 0, 7, -1, true, 0,
-     1, [](const Blurred& b) { return b.S(0, 1); }},
-    {"UV x6 fy 0 row blurs to 0", __CreateOutputImage_UV_x6_c, 96, 544, 16, 90, 100, 200, 200, true,
-     133, 0, [](const Blurred&) { return 0; }},
+    {"x2 block mean", kY2, 1, 1, kMean, {0, 1, 0, 1}},
+    {"x2 inner block", kY2, 2, 37, kMean, {1, 2, 18, 1}},
+    {"x2 last columns", kY2, 1, 39, kMean, {0, 1, 19, 0}},
+    {"x2 last row", kY2, 5, 4, kMean, {2, 2, 2, 1}},
+    {"x2 row above", kY2Row, 2, 0, kMean, {1, 2, 0, 1}},
+    {"x2 one row", kY2Row, 1, 0, kConst, {7}},
+    {"x4 phase", kY4, 0, 5, kLerp, {0, 1, 0, 2, 192, 64}},
+    {"x4 bilinear", kY4, 1, 5, kBilinear, {0, 1, 1, 192, 64, 192, 64}},
+    {"x4 edge", kY4, 6, 60, kLerp, {1, 15, 2, 15, 128, 128}},
+    {"x4 bottom", kY4Bottom, 20, 1, kLerp, {10, 0, 10, 1, 191, 65}},
+    {"x4 bottom edge", kY4Bottom, 21, 34, kSample, {10, 8}},
+    {"x4 bottom only", kY4Bottom, 19, 0, kConst, {7}},
+    {"x4 main above", kY4Above, 21, 34, kLerp, {10, 8, 11, 8, 128, 128}},
+    {"x8 phase", kY8, 0, 11, kLerp, {0, 1, 0, 2, 160, 96}},
+    {"x8 bottom edge", kY8Bottom, 40, 66, kSample, {20, 8}},
+    {"x6 column 7", kY6Row1, 1, 7, kBilinear, {0, 1, 1, 214, 42, 214, 42}},
+    {"x6 column 0", kY6Row1, 1, 0, kLerp, {0, 0, 1, 0, 214, 42}},
+    {"x6 row 0 column 0", kY6, 0, 0, kSample, {0, 0}},
+    {"x6 row 0", kY6, 0, 7, kLerp, {0, 1, 0, 2, 214, 42}},
+    {"x6 bottom", kY6, 55, 7, kLerp, {9, 1, 9, 2, 214, 42}},
+    {"x6 bottom edge", kY6, 55, 236, kSample, {9, 39}},
+    {"x6 fy 0", kY6Flat, 517, 95, kConst, {0}},
+    {"x6 fy 0 column 0", kY6Flat, 517, 0, kConst, {0}},
+    {"x6 above fy 0", kY6Flat, 516, 40, kConst, {200}},
+    {"UV x2 mean", kUV2, 2, 59, kMean, {1, 2, 29, 2}},
+    {"UV x2 last pairs", kUV2, 2, 60, kMean, {1, 2, 30, 0}},
+    {"UV x2 last row", kUV2, 7, 63, kSample, {3, 31}},
+    {"UV x2 row above", kUV2Row, 4, 0, kMean, {2, 3, 0, 2}},
+    {"UV x2 one row", kUV2Row, 3, 0, kConst, {7}},
+    {"UV x4 phase", kUV4, 0, 11, kLerp, {0, 3, 0, 5, 192, 64}},
+    {"UV x8 bottom edge", kUV8Bottom, 24, 127, kSample, {3, 15}},
+    {"UV x8 bottom only", kUV8Bottom, 23, 0, kConst, {7}},
+    {"UV x6 pair 7", kUV6, 1, 15, kBilinear, {0, 3, 2, 214, 42, 214, 42}},
+    {"UV x6 pair 0", kUV6, 1, 1, kLerp, {0, 1, 1, 1, 214, 42}},
+    {"UV x6 row 0 pair 0", kUV6, 0, 1, kSample, {0, 1}},
+    {"UV x6 fy 0", kUV6Flat, 133, 0, kConst, {0}},
 };
 
 TEST(HandValues, Compositing) {
   for (const BlendHand& h : kBlendHands) {
-    const Blurred b(h.fn, h.W, h.H, h.sw, h.sh, h.first, h.last, h.constant, h.chroma);
-    EXPECT_EQ(b.out[size_t(h.y) * h.W + h.x], h.want(b)) << h.rule;
+    const BlendCall& c = h.call;
+    const Blurred b(c.fn, c.W, c.H, c.sw, c.sh, c.first, c.last, c.constant, c.chroma);
+    EXPECT_EQ(b.out[size_t(h.y) * c.W + h.x], Expected(b, h.want, h.a)) << h.rule;
   }
 }
 

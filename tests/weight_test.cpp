@@ -137,21 +137,6 @@ TEST(WeightMap, RampAroundTheFocusDepth) {
         << "level " << c[0] << " focus " << c[1] << " depth " << c[2];
 }
 
-// The last columns and rows interpolate only towards the last disparity
-// column and row: a depth-255 sentinel past the map would show as 1024.
-TEST(WeightMap, LastColumnsAndRowsStayInsideTheMap) {
-  const int W = 1920, H = 1080, dW = 240, dH = 135;
-  GuardedBytes smooth(size_t(dW) * dH, 0, 0, /*sentinel=*/255);
-  for (int y = 0; y < dH; ++y) smooth.data()[y * dW + dW - 1] = 10;
-  for (int x = 0; x < dW; ++x) smooth.data()[(dH - 1) * dW + x] = 10;
-  std::vector<uint16_t> out(size_t(W) * H);
-  __WeightInterpolateUp_c(W, H, 0, 0, 0, H - 1, out.data(), dW, dH, 255, 128, smooth.data());
-  EXPECT_EQ(out[0], 0);
-  for (int y = 0; y < H; ++y)
-    for (int x = W - 8; x < W; ++x) ASSERT_EQ(out[size_t(y) * W + x], 40) << y << "," << x;
-  for (int x = 0; x < W; ++x) ASSERT_EQ(out[size_t(H - 1) * W + x], 40) << x;
-}
-
 // --- weight_async_process ---
 
 constexpr int kW = 96, kH = 64, kDW = 24, kDH = 16;
