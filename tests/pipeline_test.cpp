@@ -128,14 +128,6 @@ void FillScratch(const DofraHandle* h, int s, uint8_t fill) {
   for (const auto& b : buffers) memset(b.first, fill, b.second);
 }
 
-// Rows past the two equal bands of a plane are left as they were.
-std::vector<uint8_t> BandedRowsOnly(std::vector<uint8_t> frame, int W, int H, uint8_t fill) {
-  const size_t luma = size_t(W) * H;
-  std::fill(frame.begin() + size_t(H / 2 * 2) * W, frame.begin() + luma, fill);
-  std::fill(frame.begin() + luma + size_t(H / 2 / 2 * 2) * W, frame.end(), fill);
-  return frame;
-}
-
 // The real pipeline on planes that end at an inaccessible page, the output
 // surrounded by guard bytes; returns the output.
 std::vector<uint8_t> RunPipeline(const Handle& h, const Input& in, uint8_t fill) {
@@ -166,7 +158,6 @@ TEST_P(SmallFrames, AcceptedSizesAreProcessedExactly) {
       for (uint8_t fill : {1, 101}) {
         std::vector<uint8_t> expected(in.frame.size(), fill);
         BlurOneBandPerPlane(s, in.frame.data(), w, h, in.weights.data(), expected.data());
-        expected = BandedRowsOnly(expected, w, h, fill);
         FillScratch(handle.handle, s, static_cast<uint8_t>(fill * 3));
         ASSERT_EQ(RunPipeline(handle, in, fill), expected);
       }
@@ -204,35 +195,26 @@ TEST(WholeFrame, DigestsAtEachFactor) {
   }
 }
 
+// Three handles blurring in place at once on their own threads give the
+// frames they give alone (the frame counter they share is atomic).
 TEST(WholeFrame, SeveralHandlesBlurAtOnce) {
-  constexpr int kHandles = 3, kFrames = 3;
-  const int scales[kHandles] = {2, 4, 8};
-  std::vector<std::unique_ptr<Input>> inputs;
-  std::vector<std::vector<uint8_t>> expected;
-  for (int i = 0; i < kHandles; ++i) {
-    inputs.push_back(std::make_unique<Input>(384, 216, 40u + i));
-    expected.emplace_back(inputs[i]->frame.size());
-    BlurOneBandPerPlane(scales[i], inputs[i]->frame.data(), 384, 216, inputs[i]->weights.data(),
-                        expected[i].data());
-  }
+  const Input in(384, 216, 40);
+  std::vector<uint8_t> expected[3];
   std::vector<std::thread> hosts;
-  std::vector<int> mismatches(kHandles, 0);
-  for (int i = 0; i < kHandles; ++i) {
+  for (int i = 0; i < 3; ++i) {
+    expected[i] = in.frame;
+    BlurOneBandPerPlane(2 << i, in.frame.data(), 384, 216, in.weights.data(), expected[i].data());
     hosts.emplace_back([&, i] {
-      Input& in = *inputs[i];
-      Handle h(in.width, in.height, scales[i], in.weights.data());
-      for (int f = 0; f < kFrames; ++f) {
-        auto src = std::make_unique<android::GraphicBuffer>(
-            in.width, in.height, android::HAL_PIXEL_FORMAT_YCrCb_420_SP, 0x33);
-        std::copy(in.frame.begin(), in.frame.end(), src->hostData());
-        if (DofraBlurImage(h.handle, src.get(), src.get()) != 0 ||
-            !std::equal(expected[i].begin(), expected[i].end(), src->hostData()))
-          ++mismatches[i];
+      const Handle h(384, 216, 2 << i, const_cast<uint16_t*>(in.weights.data()));
+      for (int f = 0; f < 3; ++f) {
+        android::GraphicBuffer frame(384, 216, android::HAL_PIXEL_FORMAT_YCrCb_420_SP, 0x33);
+        std::copy(in.frame.begin(), in.frame.end(), frame.hostData());
+        EXPECT_EQ(DofraBlurImage(h.handle, &frame, &frame), 0);
+        EXPECT_TRUE(std::equal(expected[i].begin(), expected[i].end(), frame.hostData())) << i;
       }
     });
   }
   for (std::thread& t : hosts) t.join();
-  for (int i = 0; i < kHandles; ++i) EXPECT_EQ(mismatches[i], 0) << "handle " << i;
 }
 
 }  // namespace

@@ -61,40 +61,37 @@ struct Outputs {
 
 size_t Area(int a, int b) { return static_cast<size_t>(a) * static_cast<size_t>(b); }
 
-// ------------------------------------------------------------ shrink -------
-// member: factor, plus 10 for chroma. Outputs: intermediate, small plane.
-struct ShrinkPair {
-  ShrinkFn fast, ref;
-};
-ShrinkPair ShrinkMember(int member) {
-  switch (member) {
-    case 2:
-      return {__BiLinearInterp_Y_x2_neon, __BiLinearInterp_Y_x2_c};
-    case 4:
-      return {__BiLinearInterp_Y_x4_neon, __BiLinearInterp_Y_x4_c};
-    case 6:
-      return {__BiLinearInterp_Y_x6, __BiLinearInterp_Y_x6_c};
-    case 8:
-      return {__BiLinearInterp_Y_x8, __BiLinearInterp_Y_x8_c};
-    case 12:
-      return {__BiLinearInterp_UV_x2_neon, __BiLinearInterp_UV_x2_c};
-    case 14:
-      return {__BiLinearInterp_UV_x4, __BiLinearInterp_UV_x4_c};
-    case 16:
-      return {__BiLinearInterp_UV_x6, __BiLinearInterp_UV_x6_c};
-    default:
-      return {__BiLinearInterp_UV_x8, __BiLinearInterp_UV_x8_c};
-  }
-}
+// Members by index: factor / 2 - 1, plus 4 for chroma; vectorised first.
+const ShrinkFn kShrink[8][2] = {{__BiLinearInterp_Y_x2_neon, __BiLinearInterp_Y_x2_c},
+                                {__BiLinearInterp_Y_x4_neon, __BiLinearInterp_Y_x4_c},
+                                {__BiLinearInterp_Y_x6, __BiLinearInterp_Y_x6_c},
+                                {__BiLinearInterp_Y_x8, __BiLinearInterp_Y_x8_c},
+                                {__BiLinearInterp_UV_x2_neon, __BiLinearInterp_UV_x2_c},
+                                {__BiLinearInterp_UV_x4, __BiLinearInterp_UV_x4_c},
+                                {__BiLinearInterp_UV_x6, __BiLinearInterp_UV_x6_c},
+                                {__BiLinearInterp_UV_x8, __BiLinearInterp_UV_x8_c}};
+const BlendFn kBlend[8][2] = {{__CreateOutputImage_Y_x2_neon, __CreateOutputImage_Y_x2_c},
+                              {__CreateOutputImage_Y_x4_neon, __CreateOutputImage_Y_x4_c},
+                              {__CreateOutputImage_Y_x6_neon, __CreateOutputImage_Y_x6_c},
+                              {__CreateOutputImage_Y_x8_neon, __CreateOutputImage_Y_x8_c},
+                              {__CreateOutputImage_UV_x2_neon, __CreateOutputImage_UV_x2_c},
+                              {__CreateOutputImage_UV_x4_neon, __CreateOutputImage_UV_x4_c},
+                              {__CreateOutputImage_UV_x6_neon, __CreateOutputImage_UV_x6_c},
+                              {__CreateOutputImage_UV_x8_neon, __CreateOutputImage_UV_x8_c}};
+const SmoothFn kSmooth[2][2] = {
+    {__GaussianSmoothImage_Y_integral_image_neon, __GaussianSmoothImage_Y_integral_image_c},
+    {__GaussianSmoothImage_UV_integral_image_neon, __GaussianSmoothImage_UV_integral_image_c}};
 
+int Member(int s, bool chroma) { return s / 2 - 1 + (chroma ? 4 : 0); }
+
+// Outputs: intermediate, small plane.
 std::vector<uint8_t> RunShrink(int member, bool fast, const KernelCase& c, uint8_t fill) {
   std::mt19937 rng(c.seed);
   Input src(Area(c.W, c.H), c.pattern, rng);
   Outputs out;
   uint8_t* tmp = out.Add(Area(c.sw, c.H), fill, c.offset);
   uint8_t* small = out.Add(Area(c.sw, c.sh), fill, c.offset + 1);
-  const ShrinkPair m = ShrinkMember(member);
-  (fast ? m.fast : m.ref)(src.data(), small, tmp, c.W, c.H, c.sw, c.sh, c.first, c.last);
+  kShrink[member][fast ? 0 : 1](src.data(), small, tmp, c.W, c.H, c.sw, c.sh, c.first, c.last);
   return out.Bytes();
 }
 
@@ -127,12 +124,8 @@ std::vector<uint8_t> RunSmooth(int lead, bool fast, const KernelCase& c, uint8_t
   Outputs out;
   uint8_t* padded = out.Add(Area(stride, c.H + 2 * c.r), fill, c.offset);
   uint8_t* dst = out.Add(Area(c.W, c.H), fill, c.offset + 3);
-  SmoothFn fn = lead == 1 ? (fast ? __GaussianSmoothImage_Y_integral_image_neon
-                                  : __GaussianSmoothImage_Y_integral_image_c)
-                          : (fast ? __GaussianSmoothImage_UV_integral_image_neon
-                                  : __GaussianSmoothImage_UV_integral_image_c);
-  fn(src.data(), padded, dst, c.W, c.H, weights, 2 * c.r + 1, c.r, integral.data(), c.first,
-     c.last);
+  kSmooth[lead - 1][fast ? 0 : 1](src.data(), padded, dst, c.W, c.H, weights, 2 * c.r + 1, c.r,
+                                  integral.data(), c.first, c.last);
   EXPECT_TRUE(integral.GuardsIntact());
   return out.Bytes();
 }
@@ -160,36 +153,11 @@ std::vector<KernelCase> SmoothCases(int lead) {
 }
 
 // --------------------------------------------------------- composite -------
-// member: factor, plus 10 for chroma. Output: the destination plane.
-struct BlendPair {
-  BlendFn fast, ref;
-};
-BlendPair BlendMember(int member) {
-  switch (member) {
-    case 2:
-      return {__CreateOutputImage_Y_x2_neon, __CreateOutputImage_Y_x2_c};
-    case 4:
-      return {__CreateOutputImage_Y_x4_neon, __CreateOutputImage_Y_x4_c};
-    case 6:
-      return {__CreateOutputImage_Y_x6_neon, __CreateOutputImage_Y_x6_c};
-    case 8:
-      return {__CreateOutputImage_Y_x8_neon, __CreateOutputImage_Y_x8_c};
-    case 12:
-      return {__CreateOutputImage_UV_x2_neon, __CreateOutputImage_UV_x2_c};
-    case 14:
-      return {__CreateOutputImage_UV_x4_neon, __CreateOutputImage_UV_x4_c};
-    case 16:
-      return {__CreateOutputImage_UV_x6_neon, __CreateOutputImage_UV_x6_c};
-    default:
-      return {__CreateOutputImage_UV_x8_neon, __CreateOutputImage_UV_x8_c};
-  }
-}
-
 // The small plane holds exactly the rows the case names (c.r, for x2 and x6
 // that do not clamp every row), so a read below it faults.
 std::vector<uint8_t> RunComposite(int member, bool fast, const KernelCase& c, uint8_t fill) {
   std::mt19937 rng(c.seed);
-  const bool chroma = member > 10;
+  const bool chroma = member >= 4;
   Input src(Area(c.W, c.H), c.pattern, rng);
   Input small(Area(c.sw, c.r), c.pattern, rng);
   const size_t weight_count = Area(c.W, chroma ? 2 * c.H : c.H);
@@ -198,9 +166,8 @@ std::vector<uint8_t> RunComposite(int member, bool fast, const KernelCase& c, ui
   FillRandomWeights(weights, weight_count, rng);
   Outputs out;
   uint8_t* dst = out.Add(Area(c.W, c.H), fill, c.offset);
-  const BlendPair m = BlendMember(member);
-  (fast ? m.fast : m.ref)(src.data(), c.W, c.H, c.sw, c.sh, weights, small.data(), dst, c.first,
-                          c.last);
+  kBlend[member][fast ? 0 : 1](src.data(), c.W, c.H, c.sw, c.sh, weights, small.data(), dst,
+                               c.first, c.last);
   return out.Bytes();
 }
 
@@ -358,10 +325,10 @@ std::vector<KernelFamily> AllKernelFamilies() {
   std::vector<KernelFamily> all;
   for (int s : {2, 4, 6, 8}) {
     const std::string x = "x" + std::to_string(s);
-    all.push_back({"shrink Y " + x, s, RunShrink, ShrinkCases(s, false)});
-    all.push_back({"shrink UV " + x, 10 + s, RunShrink, ShrinkCases(s, true)});
-    all.push_back({"composite Y " + x, s, RunComposite, LumaBlendCases(s)});
-    all.push_back({"composite UV " + x, 10 + s, RunComposite, ChromaBlendCases(s)});
+    all.push_back({"shrink Y " + x, Member(s, false), RunShrink, ShrinkCases(s, false)});
+    all.push_back({"shrink UV " + x, Member(s, true), RunShrink, ShrinkCases(s, true)});
+    all.push_back({"composite Y " + x, Member(s, false), RunComposite, LumaBlendCases(s)});
+    all.push_back({"composite UV " + x, Member(s, true), RunComposite, ChromaBlendCases(s)});
   }
   all.push_back({"smooth Y", 1, RunSmooth, SmoothCases(1)});
   all.push_back({"smooth UV", 2, RunSmooth, SmoothCases(2)});
