@@ -176,22 +176,6 @@ TEST(HandValues, Compositing) {
   }
 }
 
-// The blend over its whole contract: every source, blurred value and weight.
-TEST(HandValues, BlendIsExactForEveryWeight) {
-  const int W = 256 * 1025;
-  std::vector<uint8_t> src(W), small(W / 2), out(W);
-  std::vector<uint16_t> weights(W);
-  for (int i = 0; i < W; ++i) src[i] = i & 255, weights[i] = static_cast<uint16_t>(i >> 8);
-  for (int b = 0; b < 256; ++b) {
-    std::fill(small.begin(), small.end(), static_cast<uint8_t>(b));
-    __CreateOutputImage_Y_x2_c(src.data(), W, 1, W / 2, 1, weights.data(), small.data(), out.data(),
-                               0, 0);
-    for (int i = 0; i < W; ++i)
-      ASSERT_EQ(out[i], ((i & 255) * (1024 - (i >> 8)) + b * (i >> 8) + 512) >> 10)
-          << b << " " << i;
-  }
-}
-
 struct ShrinkHand {
   ShrinkFn fn;
   int factor;
@@ -225,18 +209,6 @@ TEST(HandValues, Shrink) {
     h.fn(src.data(), small.data(), tmp.data(), W, f, unit, 1, 0, 0);
     EXPECT_EQ(small[0], h.want) << "factor " << f << (h.chroma ? " chroma" : " luma");
     EXPECT_EQ(small[unit - 1], h.chroma ? 200 : h.want) << "the V channel mixed in";
-  }
-}
-
-// x2 chroma: pair p averages source pairs 2p and 2p + 1 whatever the width.
-TEST(HandValues, ChromaShrinkX2IgnoresTheColumnStep) {
-  const int w = 36, W = 8 * w;
-  std::vector<uint8_t> src(size_t(W) * 2), tmp(size_t(w) * 2), small(w);
-  for (int i = 0; i < W * 2; ++i) src[i] = static_cast<uint8_t>(i % W);
-  __BiLinearInterp_UV_x2_c(src.data(), small.data(), tmp.data(), W, 2, w, 1, 0, 0);
-  for (int p = 0; p < w / 2; ++p) {
-    ASSERT_EQ(small[2 * p], (8 * p + 2 + 1) >> 1) << p;
-    ASSERT_EQ(small[2 * p + 1], (8 * p + 4 + 1) >> 1) << p;
   }
 }
 

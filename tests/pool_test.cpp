@@ -148,24 +148,6 @@ TEST(PoolTest, EachWorkerIsPinnedToTheCpuOfItsIndex) {
   EXPECT_EQ(pool_destroy(gate.pool), 0);
 }
 
-TEST(PoolTest, WorkerIndexPastTheMaskRunsUnpinnedAndLogs) {
-  // A bare record already shutting down: the worker pins, then exits at once.
-  CThread_pool pool;
-  memset(&pool, 0, sizeof(pool));
-  pthread_mutex_init(&pool.queue_lock, nullptr);
-  pthread_cond_init(&pool.queue_ready, nullptr);
-  pool.shutdown = 1;
-  ThreadArg arg{1024, &pool};
-  LogCapture log;
-  pthread_t thread;
-  ASSERT_EQ(pthread_create(&thread, nullptr, thread_routine, &arg), 0);
-  ASSERT_EQ(pthread_join(thread, nullptr), 0);
-  EXPECT_EQ(log.Texts(),
-            std::vector<std::string>{"L 47, thread_routine: sched_setaffinity failed"});
-  pthread_mutex_destroy(&pool.queue_lock);
-  pthread_cond_destroy(&pool.queue_ready);
-}
-
 TEST(PoolTest, ThreadInitAndDeinitManageTheHandlesPoolAndBands) {
   DofraHandle handle;
   memset(&handle, 0, sizeof(handle));

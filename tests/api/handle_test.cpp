@@ -172,9 +172,9 @@ TEST(HandleTest, BlurRefusals) {
   }
 }
 
-// In place equals out of place; a wider buffer stride is ignored (rows W
-// apart, bytes past the frame untouched); locks balance with the write usage.
-TEST(HandleTest, EachFactorInPlaceAndWithAWiderStride) {
+// A wider buffer stride is ignored (rows W apart, bytes past the frame
+// untouched); the source stays as it was; locks balance with the write usage.
+TEST(HandleTest, EachFactorWithAWiderStride) {
   const int w = 384, h = 216;
   const size_t n = size_t(w) * h * 3 / 2;
   for (int scale : {2, 4, 6, 8}) {
@@ -187,8 +187,6 @@ TEST(HandleTest, EachFactorInPlaceAndWithAWiderStride) {
     const std::vector<uint8_t> out = Bytes(*dst, n);
     EXPECT_EQ(Bytes(*src, n), input);
     EXPECT_NE(out, input);
-    ASSERT_EQ(DofraBlurImage(ready.handle, src.get(), src.get()), 0);
-    EXPECT_EQ(Bytes(*src, n), out) << "in place, x" << scale;
 
     auto wide = Frame(w, h, 0), wide_out = Frame(w, h, 0);
     wide->hostSetStride(w + 64);
