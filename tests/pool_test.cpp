@@ -148,19 +148,4 @@ TEST(PoolTest, EachWorkerIsPinnedToTheCpuOfItsIndex) {
   EXPECT_EQ(pool_destroy(gate.pool), 0);
 }
 
-TEST(PoolTest, ThreadInitAndDeinitManageTheHandlesPoolAndBands) {
-  DofraHandle handle;
-  memset(&handle, 0, sizeof(handle));
-  handle.buffer_total = 77;
-  ASSERT_EQ(thread_init(&handle), 0);
-  EXPECT_EQ(handle.buffer_total, 0);
-  EXPECT_EQ(handle.band_count, 2);
-  ASSERT_NE(handle.pool, nullptr);
-  EXPECT_EQ(handle.pool->thread_num, 2);
-  EXPECT_NE(handle.pThreadArg, nullptr);
-  EXPECT_EQ(thread_deinit(&handle), 0);
-  EXPECT_EQ(handle.pThreadArg, nullptr);
-  EXPECT_NE(handle.pool, nullptr);  // not cleared, as specified
-}
-
 }  // namespace

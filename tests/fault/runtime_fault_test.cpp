@@ -67,17 +67,6 @@ TEST(RuntimeFaultTest, EveryInitAllocationFailureLogsItsStep) {
   EXPECT_EQ(DofraDeinit(handle), 0);
 }
 
-TEST(RuntimeFaultTest, PoolRecordFailureLeavesTheCallersPointer) {
-  fault::Guard guard;
-  LogCapture log;
-  CThread_pool* const kUntouched = reinterpret_cast<CThread_pool*>(0x1234);
-  CThread_pool* pool = kUntouched;
-  fault::FailAllocation(1);
-  EXPECT_EQ(pool_init(&pool, 2), -1);
-  EXPECT_EQ(pool, kUntouched);
-  EXPECT_EQ(log.Texts(), std::vector<std::string>{"L 98, pool_init: can't alloc thread pool\n"});
-}
-
 struct Ordered {
   std::vector<int> order;  // written by the one running worker only
   CThread_pool* pool = nullptr;
