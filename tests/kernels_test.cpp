@@ -215,30 +215,24 @@ TEST(HandValues, Shrink) {
 // Uniform 255: the truncated reciprocal gives 251 for count 9 (w = 113); the
 // even count 8 (w = 128) wraps 323 to 67. Pairs 0 / 200 stay 0 / 198.
 TEST(HandValues, Smoothing) {
-  struct Hand {
-    bool chroma;
-    int r;
-    uint16_t weight;
-    uint8_t even, odd;  // source bytes
-    uint8_t want_even, want_odd;
-  };
-  const Hand hands[] = {{false, 4, 113, 255, 255, 251, 251},
-                        {true, 4, 113, 255, 255, 251, 251},
-                        {false, 4, 128, 255, 255, 67, 67},
-                        {true, 4, 128, 255, 255, 67, 67},
-                        {true, 2, 204, 0, 200, 0, 198}};
+  const int hands[][7] = {// chroma, r, weight, source even / odd, wanted even / odd
+                          {0, 4, 113, 255, 255, 251, 251},
+                          {1, 4, 113, 255, 255, 251, 251},
+                          {0, 4, 128, 255, 255, 67, 67},
+                          {1, 4, 128, 255, 255, 67, 67},
+                          {1, 2, 204, 0, 200, 0, 198}};
   const int W = 40, H = 9;
-  for (const Hand& h : hands) {
-    const int stride = W + 2 * h.r * (h.chroma ? 2 : 1);
-    std::vector<uint8_t> src(W * H), padded(size_t(stride) * (H + 2 * h.r), 0), dst(W * H, 7);
-    std::vector<uint8_t> integral(size_t(stride) * (H + 2 * h.r + 1) * 4);
-    for (size_t i = 0; i < src.size(); ++i) src[i] = i % 2 ? h.odd : h.even;
-    (h.chroma ? __GaussianSmoothImage_UV_integral_image_c
-              : __GaussianSmoothImage_Y_integral_image_c)(src.data(), padded.data(), dst.data(), W,
-                                                          H, &h.weight, 2 * h.r + 1, h.r,
-                                                          integral.data(), 0, H - 1);
+  for (const int* h : hands) {
+    const int r = h[1], stride = W + 2 * r * (h[0] + 1);
+    const uint16_t weight = static_cast<uint16_t>(h[2]);
+    std::vector<uint8_t> src(W * H), padded(size_t(stride) * (H + 2 * r), 0), dst(W * H, 7);
+    std::vector<uint8_t> integral(size_t(stride) * (H + 2 * r + 1) * 4);
+    for (size_t i = 0; i < src.size(); ++i) src[i] = static_cast<uint8_t>(h[3 + i % 2]);
+    (h[0] ? __GaussianSmoothImage_UV_integral_image_c : __GaussianSmoothImage_Y_integral_image_c)(
+        src.data(), padded.data(), dst.data(), W, H, &weight, 2 * r + 1, r, integral.data(), 0,
+        H - 1);
     for (size_t i = 0; i < dst.size(); ++i)
-      ASSERT_EQ(dst[i], i % 2 ? h.want_odd : h.want_even) << "r " << h.r << " byte " << i;
+      ASSERT_EQ(dst[i], h[5 + i % 2]) << "r " << r << " " << i;
   }
 }
 

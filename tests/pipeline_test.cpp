@@ -31,12 +31,8 @@ struct Known {
 };
 
 const Known kKnown[] = {
-    {1920, 1080, 2, 5, nullptr},
-    {1920, 1080, 4, 5, nullptr},
     {1920, 1080, 6, 5, nullptr},
-    {1920, 1080, 8, 5, nullptr},
     {3840, 2160, 6, 5, nullptr},
-    {640, 480, 4, 5, nullptr},
     {1920, 1090, 2, 5, nullptr},  // H / 2 odd: only x2 reaches the last chroma row
     {1920, 1088, 6, 5, "chroma compositing reads a small row its band did not smooth"},
     {1920, 1090, 4, 5, "chroma compositing reads a small row its band did not smooth"},
