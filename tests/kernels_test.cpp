@@ -188,14 +188,12 @@ struct ShrinkHand {
 TEST(HandValues, Shrink) {
   const ShrinkHand hands[] = {
       {__BiLinearInterp_Y_x2_c, 2, false, {0, 1, 0, 0}, 1},
-      {__BiLinearInterp_Y_x2_c, 2, false, {1, 0, 0, 0}, 1},
       {__BiLinearInterp_Y_x6_c, 6, false, {0, 0, 255, 255, 0, 0}, 128},
       {__BiLinearInterp_Y_x6_c, 6, false, {255, 255, 0, 0, 255, 255}, 128},
       {__BiLinearInterp_Y_x8_c, 8, false, {0, 0, 0, 0, 0, 0, 0, 4}, 1},
       {__BiLinearInterp_Y_x8_c, 8, false, {0, 0, 0, 3, 0, 0, 0, 0}, 0},
       {__BiLinearInterp_UV_x2_c, 2, true, {10, 11}, 11},
       {__BiLinearInterp_UV_x4_c, 4, true, {1, 0, 0, 1}, 1},
-      {__BiLinearInterp_UV_x4_c, 4, true, {1, 0, 0, 0}, 0},
       {__BiLinearInterp_UV_x6_c, 6, true, {0, 0, 255, 255, 0, 0}, 128},
       {__BiLinearInterp_UV_x6_c, 6, true, {0, 0, 0, 1, 0, 0}, 0},
       {__BiLinearInterp_UV_x8_c, 8, true, {0, 0, 0, 0, 0, 0, 0, 4}, 1},

@@ -1,5 +1,6 @@
-// Runtime failure paths forced at link time: every allocation of DofraInit,
-// every step of pool_init, worker creation and a frame's task records.
+// Runtime failure paths forced at link time: every allocation of DofraInit and
+// weight_init, every step of pool_init, worker creation and a frame's task
+// records.
 // ASan's leak check at exit covers the teardown of each failure path.
 #include <gtest/gtest.h>
 #include <ui/GraphicBuffer.h>
@@ -14,6 +15,7 @@
 #include "fault/fault_injection.h"
 #include "pool/thread_pool.h"
 #include "support/log_capture.h"
+#include "weight/weight_context.h"
 
 namespace {
 
@@ -67,18 +69,12 @@ TEST(RuntimeFaultTest, EveryInitAllocationFailureLogsItsStep) {
   EXPECT_EQ(DofraDeinit(handle), 0);
 }
 
-struct Ordered {
-  std::vector<int> order;  // written by the one running worker only
-  CThread_pool* pool = nullptr;
-};
-struct OrderedArg {
-  Ordered* ordered;
-  int id;
-};
-void* Record(void* p) {
-  auto* arg = static_cast<OrderedArg*>(p);
-  arg->ordered->order.push_back(arg->id);
-  one_thread_done(arg->ordered->pool);
+// Tasks append their index; one worker runs them all, so no lock is needed.
+std::vector<int> g_order;
+CThread_pool* g_pool = nullptr;
+void* Record(void* index) {
+  g_order.push_back(*static_cast<int*>(index));
+  one_thread_done(g_pool);
   return nullptr;
 }
 
@@ -87,23 +83,18 @@ void* Record(void* p) {
 TEST(RuntimeFaultTest, OneWorkerFailingLeavesTheOtherRunningEverythingInOrder) {
   fault::Guard guard;
   LogCapture log;
-  Ordered ordered;
   fault::FailThreadCreate(1, EAGAIN);
-  ASSERT_EQ(pool_init(&ordered.pool, 2), 0);
-  EXPECT_EQ(ordered.pool->thread_creatflag[0], 0);
-  EXPECT_EQ(ordered.pool->thread_creatflag[1], 1);
+  ASSERT_EQ(pool_init(&g_pool, 2), 0);
+  EXPECT_EQ(g_pool->thread_creatflag[0], 0);
+  EXPECT_EQ(g_pool->thread_creatflag[1], 1);
   EXPECT_EQ(log.Texts(), std::vector<std::string>{"L 160, pool_init: can't create thread: " +
                                                   std::string(strerror(EAGAIN)) + "\n"});
-  constexpr int kTasks = 32;
-  std::vector<OrderedArg> args(kTasks);
-  reset_thread_done(ordered.pool);
-  for (int i = 0; i < kTasks; ++i) {
-    args[i] = {&ordered, i};
-    pool_add_worker(ordered.pool, Record, &args[i]);
-  }
-  sync_thread_done(ordered.pool, kTasks);
-  for (int i = 0; i < kTasks; ++i) EXPECT_EQ(ordered.order[i], i);
-  EXPECT_EQ(pool_destroy(ordered.pool), 0);
+  std::vector<int> index(32);
+  reset_thread_done(g_pool);
+  for (int i = 0; i < 32; ++i) pool_add_worker(g_pool, Record, &(index[i] = i));
+  sync_thread_done(g_pool, 32);
+  EXPECT_EQ(g_order, index);
+  EXPECT_EQ(pool_destroy(g_pool), 0);
 
   DofraParams params = Params1080();
   DofraHandle* handle = nullptr;
@@ -142,6 +133,64 @@ TEST(RuntimeFaultTest, TaskRecordsOfAFrame) {
   EXPECT_EQ(log.Texts().front(),
             "L 183, pool_add_worker: can't alloc task, running it on the caller\n");
   EXPECT_EQ(DofraDeinit(handle), 0);
+}
+
+// Allocation order: context, kernel weights, then the five buffers. Each
+// failure logs its line, returns 1, keeps the buffers allocated before it
+// (for weight_deinit) and the handle's total as it was.
+TEST(WeightInitAllocFailure, LogsAndKeepsEarlierBuffers) {
+  const struct {
+    int nth;
+    const char* line;
+  } cases[] = {{1, "L 44, weight_init: WeightContext calloc error\n"},
+               {3, "L 48, weight_init: WeightMap malloc error\n"},
+               {4, "L 55, weight_init: RangedDisparity malloc error\n"},
+               {5, "L 62, weight_init: ExpandDisparity malloc error\n"},
+               {6, "L 69, weight_init: TempimDisparity malloc error\n"},
+               {7, "L 76, weight_init: SmoothDisparity malloc error\n"}};
+  for (const auto& c : cases) {
+    DofraParams params = {64, 32, 16, 8, 5, 0, 4, 5};
+    DofraHandle handle{};
+    handle.buffer_total = 777;
+    LogCapture log;
+    {
+      fault::Guard guard;
+      fault::FailAllocation(c.nth);
+      EXPECT_EQ(weight_init(&params, &handle), 1);
+    }
+    EXPECT_EQ(log.Texts(), std::vector<std::string>{c.line});
+    EXPECT_EQ(handle.buffer_total, 777);
+    WeightContext* ctx = handle.weight;
+    EXPECT_EQ(ctx == nullptr, c.nth == 1);
+    if (ctx == nullptr) continue;
+    const void* buffers[5] = {ctx->weight_map, ctx->RangedDisparity, ctx->ExpandDisparity,
+                              ctx->TempimDisparity, ctx->SmoothDisparity};
+    for (int i = 0; i < 5; ++i) EXPECT_EQ(buffers[i] != nullptr, i < c.nth - 3) << c.line << i;
+    EXPECT_EQ(weight_deinit(&handle), 0);
+  }
+}
+
+// A failed kernel-weight allocation goes unreported by weight_init; the
+// computation then refuses the context instead of reading through null.
+TEST(WeightInitAllocFailure, KernelWeightsFailureIsRefusedLater) {
+  DofraParams params = {64, 32, 16, 8, 5, 0, 4, 5};
+  DofraHandle handle{};
+  LogCapture log;
+  {
+    fault::Guard guard;
+    fault::FailAllocation(2);
+    ASSERT_EQ(weight_init(&params, &handle), 0);
+  }
+  EXPECT_TRUE(log.Texts().empty());
+  EXPECT_EQ(handle.weight->kernel_weights, nullptr);
+  EXPECT_EQ(handle.buffer_total, 4096 + 128 + 240 + 20 * 13 * 4 + 128);
+  uint8_t block[DOFRA_DEPTH_HEADER_SIZE + 16 * 8] = {};
+  WeightParams request = {1, 0, 0, reinterpret_cast<DepthData*>(block)};
+  uint16_t out[64 * 32] = {};
+  EXPECT_EQ(weight_async_process(&request, &handle, out), 1);
+  EXPECT_EQ(log.Texts(), std::vector<std::string>{
+                             "L 316, weight_async_process: weight context not initialised\n"});
+  EXPECT_EQ(weight_deinit(&handle), 0);
 }
 
 }  // namespace
