@@ -6,7 +6,6 @@
 #include <cstring>
 #include <memory>
 #include <random>
-#include <regex>
 #include <string>
 #include <vector>
 
@@ -47,10 +46,19 @@ struct Ready {
   DofraHandle* handle = nullptr;
 };
 
-bool Matches(const std::string& text, const std::string& pattern) {
-  return std::regex_match(text, std::regex(pattern));
+// True when `text` has the shape: '#' stands for one or more digits, '9' for
+// a digit, '?' for any character, everything else for itself.
+bool Shaped(const std::string& text, const std::string& shape) {
+  size_t t = 0;
+  for (char c : shape) {
+    const bool digit = t < text.size() && isdigit(static_cast<unsigned char>(text[t]));
+    if ((c == '#' || c == '9') && !digit) return false;
+    if (c != '#' && c != '9' && c != '?' && (t >= text.size() || text[t] != c)) return false;
+    for (++t; c == '#' && t < text.size() && isdigit(static_cast<unsigned char>(text[t]));) ++t;
+  }
+  return t == text.size();
 }
-const char kMs[] = "[0-9]+\\.[0-9]{3} ms\n";
+const char kMs[] = "#.999 ms\n";
 
 TEST(HandleTest, InitLogsRefusesAndForcesKernelSizes) {
   {
@@ -58,9 +66,7 @@ TEST(HandleTest, InitLogsRefusesAndForcesKernelSizes) {
     DofraParams params = Params(64, 64, 2);
     EXPECT_EQ(DofraInit(nullptr, &params), 1);
     ASSERT_EQ(log.Texts().size(), 1u);
-    EXPECT_TRUE(Matches(log.Texts()[0],
-                        "L 16, DofraInit: build time [A-Z][a-z]{2} [ 0-9]{2} [0-9]{4} "
-                        "[0-9]{2}:[0-9]{2}:[0-9]{2}\n"))
+    EXPECT_TRUE(Shaped(log.Texts()[0], "L 16, DofraInit: build time ??? ?9 9999 99:99:99\n"))
         << log.Texts()[0];
   }
   {
@@ -93,7 +99,7 @@ TEST(HandleTest, InitLogsRefusesAndForcesKernelSizes) {
   const std::vector<std::string> texts = log.Texts();
   ASSERT_EQ(texts.size(), 3u);
   EXPECT_EQ(texts[1], "L 48, DofraInit: DofraInit: buffer sum: 5945 KB\n");
-  EXPECT_TRUE(Matches(texts[2], std::string("L 49, DofraInit: DofraInit: ") + kMs)) << texts[2];
+  EXPECT_TRUE(Shaped(texts[2], std::string("L 49, DofraInit: DofraInit: ") + kMs)) << texts[2];
   EXPECT_EQ(DofraDeinit(handle), 0);
 }
 
@@ -114,7 +120,7 @@ TEST(HandleTest, WeightMapRecordRefusals) {
   EXPECT_EQ(texts[0], "L 118, DofraCreateWeightMap: invalid weight map info\n");
   EXPECT_EQ(texts[1], "L 120, DofraCreateWeightMap: handle has no weight context\n");
   EXPECT_TRUE(
-      Matches(texts[2], std::string("L 124, DofraCreateWeightMap: DofraCreateWeightMap: ") + kMs));
+      Shaped(texts[2], std::string("L 124, DofraCreateWeightMap: DofraCreateWeightMap: ") + kMs));
 }
 
 // Checks in order, before any lock; a failed destination lock leaves the
@@ -195,8 +201,8 @@ TEST(HandleTest, TheFrameCounterIsSharedByHandles) {
   int first = 0;
   ASSERT_EQ(sscanf(texts[0].c_str(), "L 224, DofraBlurImage: DofraBlurImage %d: ", &first), 1);
   for (int i = 0; i < 3; ++i)
-    EXPECT_TRUE(Matches(texts[i], "L 224, DofraBlurImage: DofraBlurImage " +
-                                      std::to_string(first + i) + ": " + kMs))
+    EXPECT_TRUE(Shaped(texts[i], "L 224, DofraBlurImage: DofraBlurImage " +
+                                     std::to_string(first + i) + ": " + kMs))
         << texts[i];
 }
 
