@@ -102,7 +102,8 @@ MUTANTS = [
     ("blur/frame_check.cpp", "const bool tail = row == b.last || row == b.last - 1;",
      "const bool tail = row == b.last;", "one-row chroma band accepted again"),
     ("blur/frame_check.cpp", "if (!SizesFit(width, height, sw, sh, r)) return kSizeOverflow;",
-     "", "buffer overflow refusal dropped"),
+     "if (!SizesFit(width, height, sw, sh, r) && false) return kSizeOverflow;",
+     "buffer overflow refusal dropped"),
     # Band pipeline.
     ("blur/blur_context.cpp", "t->integral_scratch = At(ctx->tempim_y, b, slice);",
      "t->integral_scratch = At(ctx->tempim_y, 0, slice);", "luma bands share integral scratch"),
@@ -113,7 +114,7 @@ MUTANTS = [
      "tempim_y failure log line number"),
     ("blur/blur_context.cpp",
      '    DOFRA_LOG(40, "blur_init", "refusing %dx%d at scale %d: %s\\n", W, H, s, reason);\n',
-     "", "size refusal log line dropped"),
+     "    (void)reason;\n", "size refusal log line dropped"),
     # Pool.
     ("pool/thread_pool.cpp", "if (thread_num > kMaxWorkers) {", "if (thread_num > kMaxWorkers + 1) {",
      "pool accepts one worker too many"),
