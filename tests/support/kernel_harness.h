@@ -10,7 +10,9 @@
 
 #include "blur/dispatch.h"
 
-// One call: plane sizes, the band, a radius (smoothing) and how the inputs look.
+// One call: plane sizes, the band and how the inputs look. Smoothing reads
+// its Q10 weight from sw and its radius from r; compositing reads r as the
+// number of small rows it may name (the small plane ends there).
 struct KernelCase {
   int W, H, sw, sh, first, last, r;
   int pattern;  // 0 random, 1 all 0, 2 all 255, 3 alternating 0 / 255
