@@ -289,8 +289,10 @@ std::vector<uint8_t> RunWeightUp(int, bool fast, const KernelCase& c, uint8_t fi
   FencedBytes depth(Area(c.sw, c.sh));
   FillDepths(c.pattern, c.sw, c.sh, rng, depth.data());
   const int fx = static_cast<int>(rng() % c.W), fy = static_cast<int>(rng() % c.H);
-  // Falloff 25 (the library's) takes the distance tables; others the plain lookup.
-  const uint8_t falloff = static_cast<uint8_t>(c.seed % 3 != 2 ? 25 : 1 + rng() % 255);
+  // Falloff 25 (the library's) and 31 (the largest whose distances past 31 all
+  // weigh alike) take the distance tables; others the plain lookup.
+  const int table_falloff = c.seed % 3 ? 25 : 31;
+  const uint8_t falloff = static_cast<uint8_t>(c.seed % 4 == 3 ? 1 + rng() % 255 : table_falloff);
   const uint8_t strength = static_cast<uint8_t>(rng() % 256);
   Outputs out;
   auto* map = reinterpret_cast<uint16_t*>(out.Add(Area(c.W, c.H) * 2, fill, 2 * c.offset));
