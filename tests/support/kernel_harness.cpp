@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <memory>
 #include <random>
 
 #include "blur/kernels.h"
@@ -245,8 +246,8 @@ std::vector<KernelCase> ChromaBlendCases(int s) {
 }
 
 // ------------------------------------------------------- weight path -------
-// member 0: min / max over W bytes; member 1: weight interpolation, with
-// H x W output, dW = sw, dH = sh, focus (r, first), falloff offset.
+// Min / max over W bytes; the weight interpolation of a dW = sw by dH = sh
+// depth map up to W x H, focus, falloff and strength drawn from the seed.
 std::vector<uint8_t> RunMinMax(int, bool fast, const KernelCase& c, uint8_t fill) {
   std::mt19937 rng(c.seed);
   Input src(static_cast<size_t>(c.W), c.pattern, rng);
