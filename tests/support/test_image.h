@@ -9,36 +9,30 @@
 #include <random>
 #include <vector>
 
-// A byte buffer of `size` usable bytes at data(), `offset` bytes into the
+// `size` usable bytes filled with `fill` at data(), `offset` bytes into the
 // allocation (to misalign it), with kGuard sentinel bytes on both sides.
 class GuardedBytes {
  public:
   static constexpr size_t kGuard = 64;
-  GuardedBytes(size_t size, uint8_t fill, size_t offset = 0, uint8_t sentinel = 0xA5)
-      : storage_(size + offset + 2 * kGuard, sentinel),
-        size_(size),
-        offset_(offset),
-        sentinel_(sentinel) {
+  static constexpr uint8_t kSentinel = 0xA5;
+  GuardedBytes(size_t size, uint8_t fill, size_t offset = 0)
+      : storage_(size + offset + 2 * kGuard, kSentinel), begin_(kGuard + offset), size_(size) {
     std::fill(data(), data() + size_, fill);
   }
-  uint8_t* data() { return storage_.data() + kGuard + offset_; }
-  const uint8_t* data() const { return storage_.data() + kGuard + offset_; }
-  size_t size() const { return size_; }
-  // True when no byte outside [data(), data() + size()) was written.
+  uint8_t* data() { return storage_.data() + begin_; }
+  // True when no byte outside [data(), data() + size) was written.
   bool GuardsIntact() const {
-    for (size_t i = 0; i < kGuard + offset_; ++i)
-      if (storage_[i] != sentinel_) return false;
-    for (size_t i = kGuard + offset_ + size_; i < storage_.size(); ++i)
-      if (storage_[i] != sentinel_) return false;
-    return true;
+    auto sentinel = [](uint8_t b) { return b == kSentinel; };
+    return std::all_of(storage_.begin(), storage_.begin() + begin_, sentinel) &&
+           std::all_of(storage_.begin() + begin_ + size_, storage_.end(), sentinel);
   }
-  std::vector<uint8_t> Bytes() const { return std::vector<uint8_t>(data(), data() + size_); }
+  std::vector<uint8_t> Bytes() const {
+    return std::vector<uint8_t>(storage_.begin() + begin_, storage_.begin() + begin_ + size_);
+  }
 
  private:
   std::vector<uint8_t> storage_;
-  size_t size_;
-  size_t offset_;
-  uint8_t sentinel_;
+  size_t begin_, size_;
 };
 
 inline void FillRandom(uint8_t* data, size_t size, std::mt19937& rng) {
