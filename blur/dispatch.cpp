@@ -50,7 +50,7 @@ bool CpuHas(SimdLevel level) {
     case SimdLevel::kSse41:
       return __builtin_cpu_supports("sse4.1");
     case SimdLevel::kAvx2:
-      return false;
+      return __builtin_cpu_supports("avx2");
 #endif
     default:
       return false;

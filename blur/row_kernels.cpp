@@ -2,13 +2,14 @@
 
 namespace {
 
-// Which files fill which level. A level that the build lacks keeps the
-// entries below it; the CPU check is ForceSimdLevel's.
+// Which files fill which level. A level that the build or the CPU lacks
+// keeps the entries below it: even its fill functions are compiled for it,
+// so none of its code runs on a CPU without it.
 //
 //   level    files                          entries
 //   scalar   blur/*.cpp, weight/*.cpp       every entry: the formulas
 //   sse4.1   blur/x86/*_sse41.cpp           every entry but weight_row
-//   avx2     blur/x86/*_avx2.cpp            (none yet)
+//   avx2     blur/x86/*_avx2.cpp            luma and chroma compositing
 RowKernels BuildTable(SimdLevel level) {
   RowKernels k{};
   FillCompositeY_C(&k);
@@ -19,13 +20,18 @@ RowKernels BuildTable(SimdLevel level) {
   FillWeight_C(&k);
   FillDepthTable_C(&k);
 #if defined(DOFRA_X86_KERNELS)
-  if (level == SimdLevel::kSse41 || level == SimdLevel::kAvx2) {
+  const bool sse41 = level == SimdLevel::kSse41 || level == SimdLevel::kAvx2;
+  if (sse41 && SimdLevelAvailable(SimdLevel::kSse41)) {
     FillCompositeY_SSE41(&k);
     FillCompositeUV_SSE41(&k);
     FillShrinkY_SSE41(&k);
     FillShrinkUV_SSE41(&k);
     FillSmooth_SSE41(&k);
     FillWeight_SSE41(&k);
+  }
+  if (level == SimdLevel::kAvx2 && SimdLevelAvailable(SimdLevel::kAvx2)) {
+    FillCompositeY_AVX2(&k);
+    FillCompositeUV_AVX2(&k);
   }
 #else
   (void)level;

@@ -141,4 +141,7 @@ void FillShrinkUV_SSE41(RowKernels* k);
 void FillSmooth_SSE41(RowKernels* k);
 void FillWeight_SSE41(RowKernels* k);
 
+void FillCompositeY_AVX2(RowKernels* k);
+void FillCompositeUV_AVX2(RowKernels* k);
+
 #endif  // DOFRA_BLUR_ROW_KERNELS_H
