@@ -9,7 +9,7 @@ namespace {
 //   level    files                          entries
 //   scalar   blur/*.cpp, weight/*.cpp       every entry: the formulas
 //   sse4.1   blur/x86/*_sse41.cpp           every entry but weight_row
-//   avx2     blur/x86/*_avx2.cpp            luma and chroma compositing
+//   avx2     blur/x86/*_avx2.cpp            compositing, shrinks
 RowKernels BuildTable(SimdLevel level) {
   RowKernels k{};
   FillCompositeY_C(&k);
@@ -32,6 +32,8 @@ RowKernels BuildTable(SimdLevel level) {
   if (level == SimdLevel::kAvx2 && SimdLevelAvailable(SimdLevel::kAvx2)) {
     FillCompositeY_AVX2(&k);
     FillCompositeUV_AVX2(&k);
+    FillShrinkY_AVX2(&k);
+    FillShrinkUV_AVX2(&k);
   }
 #else
   (void)level;

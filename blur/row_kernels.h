@@ -143,5 +143,7 @@ void FillWeight_SSE41(RowKernels* k);
 
 void FillCompositeY_AVX2(RowKernels* k);
 void FillCompositeUV_AVX2(RowKernels* k);
+void FillShrinkY_AVX2(RowKernels* k);
+void FillShrinkUV_AVX2(RowKernels* k);
 
 #endif  // DOFRA_BLUR_ROW_KERNELS_H
