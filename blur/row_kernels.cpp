@@ -6,10 +6,10 @@ namespace {
 // keeps the entries below it: even its fill functions are compiled for it,
 // so none of its code runs on a CPU without it.
 //
-//   level    files                          entries
-//   scalar   blur/*.cpp, weight/*.cpp       every entry: the formulas
-//   sse4.1   blur/x86/*_sse41.cpp           every entry but weight_row
-//   avx2     blur/x86/*_avx2.cpp            compositing, shrinks
+//   level    files                      entries
+//   scalar   blur/*.cpp, weight/*.cpp   every entry: the formulas
+//   sse4.1   blur/x86/*_sse41.cpp       every entry but weight_row
+//   avx2     blur/x86/*_avx2.cpp        compositing, shrinks, sliding box, weight rows
 RowKernels BuildTable(SimdLevel level) {
   RowKernels k{};
   FillCompositeY_C(&k);
@@ -34,6 +34,8 @@ RowKernels BuildTable(SimdLevel level) {
     FillCompositeUV_AVX2(&k);
     FillShrinkY_AVX2(&k);
     FillShrinkUV_AVX2(&k);
+    FillSmooth_AVX2(&k);
+    FillWeight_AVX2(&k);
   }
 #else
   (void)level;

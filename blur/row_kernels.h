@@ -145,5 +145,7 @@ void FillCompositeY_AVX2(RowKernels* k);
 void FillCompositeUV_AVX2(RowKernels* k);
 void FillShrinkY_AVX2(RowKernels* k);
 void FillShrinkUV_AVX2(RowKernels* k);
+void FillSmooth_AVX2(RowKernels* k);
+void FillWeight_AVX2(RowKernels* k);
 
 #endif  // DOFRA_BLUR_ROW_KERNELS_H
