@@ -126,16 +126,19 @@ void BuildLut(const WeightRamp& ramp, WeightLut* lut) {
   }
 }
 
-void WeightRow_C(const uint16_t* top, const int16_t* delta, int n, int fy, const WeightLut& lut,
-                 uint16_t* out) {
-  for (int i = 0; i < n; ++i) out[i] = lut.by_depth[Lerp8(top[i], top[i] + delta[i], fy)];
+void WeightRow_C(const uint16_t* top, const int16_t* delta, int from, int to,
+                 const WeightRows& rows, const WeightLut& lut) {
+  for (int i = 0; i < rows.count; ++i) {
+    for (int j = from; j < to; ++j)
+      rows.out[i][j] = lut.by_depth[Lerp8(top[j], top[j] + delta[j], rows.fy[i])];
+  }
 }
 
 void FillRow_C(uint16_t* out, int n, uint16_t w) { std::fill(out, out + n, w); }
 
-void NarrowRow_C(const uint16_t* top, const int16_t* delta, const uint8_t*, int groups, int fy,
-                 const WeightLut& lut, uint16_t* out) {
-  WeightRow_C(top, delta, groups * kGroup, fy, lut, out);
+void NarrowRow_C(const uint16_t* top, const int16_t* delta, const uint8_t*, int from, int to,
+                 const WeightRows& rows, const WeightLut& lut) {
+  WeightRow_C(top, delta, from, to, rows, lut);
 }
 
 // A group is gathered by shuffles when its samples span at most 16 bytes; the
@@ -253,18 +256,19 @@ void PreparePair(GroupRangeFn group_range, const uint16_t* top, const uint16_t* 
   p->runs = runs;
 }
 
-void WriteRow(const RowKernels& k, const uint16_t* top, const PairRows& p, int fy,
-              const WeightLut& lut, WeightRowFn row_fn, uint16_t* out) {
+void WriteRows(const RowKernels& k, const uint16_t* top, const PairRows& p, const WeightLut& lut,
+               WeightRowFn row_fn, const WeightRows& rows) {
   int from = 0;
   for (int r = 0; r < p.runs; ++r) {
     const int to = p.run_end[r];
-    if (p.run_weight[r] == kMixed)
-      row_fn(top + from, p.delta + from, to - from, fy, lut, out + from);
-    else if (p.run_weight[r] == kNarrow)
-      k.weight_narrow_row(top + from, p.delta + from, p.group_min + from / kGroup,
-                          (to - from) / kGroup, fy, lut, out + from);
-    else
-      k.weight_fill_row(out + from, to - from, p.run_weight[r]);
+    if (p.run_weight[r] == kMixed) {
+      row_fn(top, p.delta, from, to, rows, lut);
+    } else if (p.run_weight[r] == kNarrow) {
+      k.weight_narrow_row(top, p.delta, p.group_min, from, to, rows, lut);
+    } else {
+      for (int i = 0; i < rows.count; ++i)
+        k.weight_fill_row(rows.out[i] + from, to - from, p.run_weight[r]);
+    }
     from = to;
   }
 }
@@ -328,17 +332,25 @@ DOFRA_WEIGHT_UP(__WeightInterpolateUp) {
     RowCache cache(smooth, dW, cols, k.weight_lerp_columns);
     const uint16_t* top = nullptr;
     int pair_row = -1;
+    WeightRows rows;
+    rows.count = 0;
     int qy = first_row * sy;
     for (int y = first_row; y <= last_row; ++y, qy += sy) {
       const int iy = qy >> kFixShift, fy = (qy >> kFracShift) & 0xFF;
+      if (iy != pair_row || rows.count == kMaxWeightRows) {
+        if (rows.count > 0) WriteRows(k, top, pair, lut, row_fn, rows);
+        rows.count = 0;
+      }
       if (iy != pair_row) {
         top = cache.Get(iy, nullptr);
         PreparePair(k.weight_group_range, top, cache.Get(std::min(iy + 1, dH - 1), top), cols.n,
                     lut, &pair);
         pair_row = iy;
       }
-      WriteRow(k, top, pair, fy, lut, row_fn, out + static_cast<ptrdiff_t>(y) * W + x0);
+      rows.fy[rows.count] = fy;
+      rows.out[rows.count++] = out + static_cast<ptrdiff_t>(y) * W + x0;
     }
+    if (rows.count > 0) WriteRows(k, top, pair, lut, row_fn, rows);
   }
 }
 

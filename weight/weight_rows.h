@@ -50,13 +50,25 @@ struct DepthRange {
   int max;
 };
 
-// One output row from a horizontally interpolated depth row `top` and the
-// difference `delta` of the row below it.
-using WeightRowFn = void (*)(const uint16_t* top, const int16_t* delta, int n, int fy,
-                             const WeightLut& lut, uint16_t* out);
-// Whole groups whose depths lie in group_min[g]..group_min[g] + 15.
+// Output rows between one pair of disparity rows: each interpolates the same
+// depth rows with its own vertical fraction. Written together, so that each
+// group of columns is loaded once for all of them.
+constexpr int kMaxWeightRows = 16;
+struct WeightRows {
+  int count;
+  int fy[kMaxWeightRows];
+  uint16_t* out[kMaxWeightRows];  // each row at the strip's column 0
+};
+
+// Columns [from, to) of every row from a horizontally interpolated depth row
+// `top` and the difference `delta` of the row below it (both at the strip's
+// column 0); from is a multiple of 16.
+using WeightRowFn = void (*)(const uint16_t* top, const int16_t* delta, int from, int to,
+                             const WeightRows& rows, const WeightLut& lut);
+// Whole groups [from, to) whose depths lie in group_min[g]..group_min[g] + 15
+// (g the column / 16).
 using NarrowRowFn = void (*)(const uint16_t* top, const int16_t* delta, const uint8_t* group_min,
-                             int groups, int fy, const WeightLut& lut, uint16_t* out);
+                             int from, int to, const WeightRows& rows, const WeightLut& lut);
 using FillRowFn = void (*)(uint16_t* out, int n, uint16_t w);
 // Columns [from, to) of one disparity row interpolated across the strip;
 // from is a multiple of 16.
