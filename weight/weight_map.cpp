@@ -211,6 +211,11 @@ struct PairRows {
   uint16_t run_weight[kGroups + 1];  // the run's weight, or kMixed
 };
 
+struct DepthRange {
+  int min;
+  int max;
+};
+
 DepthRange GroupRange_C(const uint16_t* top, const uint16_t* bottom, int from, int to,
                         int16_t* delta) {
   DepthRange r = {kDepths, -1};
@@ -222,6 +227,15 @@ DepthRange GroupRange_C(const uint16_t* top, const uint16_t* bottom, int from, i
   return r;
 }
 
+void PairRanges_C(const uint16_t* top, const uint16_t* bottom, int groups, int16_t* delta,
+                  uint8_t* group_min, uint8_t* group_max) {
+  for (int g = 0; g < groups; ++g) {
+    const DepthRange r = GroupRange_C(top, bottom, g * kGroup, (g + 1) * kGroup, delta);
+    group_min[g] = static_cast<uint8_t>(r.min);
+    group_max[g] = static_cast<uint8_t>(r.max);
+  }
+}
+
 // The kind of one group: its weight when its depth range weighs as one value.
 uint16_t GroupKind(const DepthRange& r, const WeightLut& lut) {
   if (lut.same_until[r.min] >= r.max) return lut.by_depth[r.min];
@@ -230,15 +244,13 @@ uint16_t GroupKind(const DepthRange& r, const WeightLut& lut) {
 
 // Ranges and kinds first (no stores feed back into the loop), then the runs.
 // Remainder: the last n mod 16 columns form a run of their own, always mixed.
-void PreparePair(GroupRangeFn group_range, const uint16_t* top, const uint16_t* bottom, int n,
+void PreparePair(PairRangesFn pair_ranges, const uint16_t* top, const uint16_t* bottom, int n,
                  const WeightLut& lut, PairRows* p) {
   const int groups = n / kGroup;
+  uint8_t group_max[kGroups];
+  pair_ranges(top, bottom, groups, p->delta, p->group_min, group_max);
   uint16_t kind[kGroups];
-  for (int g = 0; g < groups; ++g) {
-    const DepthRange r = group_range(top, bottom, g * kGroup, p->delta);
-    p->group_min[g] = static_cast<uint8_t>(r.min);
-    kind[g] = GroupKind(r, lut);
-  }
+  for (int g = 0; g < groups; ++g) kind[g] = GroupKind({p->group_min[g], group_max[g]}, lut);
   int runs = 0;
   for (int g = 0; g < groups; ++g) {
     if (runs > 0 && p->run_weight[runs - 1] == kind[g]) {
@@ -273,10 +285,6 @@ void WriteRows(const RowKernels& k, const uint16_t* top, const PairRows& p, cons
   }
 }
 
-DepthRange GroupRange16_C(const uint16_t* top, const uint16_t* bottom, int from, int16_t* delta) {
-  return GroupRange_C(top, bottom, from, from + kGroup, delta);
-}
-
 }  // namespace
 
 void FillWeight_C(RowKernels* k) {
@@ -285,7 +293,7 @@ void FillWeight_C(RowKernels* k) {
   k->weight_narrow_row = NarrowRow_C;
   k->weight_fill_row = FillRow_C;
   k->weight_lerp_columns = LerpColumns_C;
-  k->weight_group_range = GroupRange16_C;
+  k->weight_pair_ranges = PairRanges_C;
 }
 
 DOFRA_WEIGHT_UP(__WeightInterpolateUp_c) {
@@ -343,7 +351,7 @@ DOFRA_WEIGHT_UP(__WeightInterpolateUp) {
       }
       if (iy != pair_row) {
         top = cache.Get(iy, nullptr);
-        PreparePair(k.weight_group_range, top, cache.Get(std::min(iy + 1, dH - 1), top), cols.n,
+        PreparePair(k.weight_pair_ranges, top, cache.Get(std::min(iy + 1, dH - 1), top), cols.n,
                     lut, &pair);
         pair_row = iy;
       }

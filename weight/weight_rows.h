@@ -45,11 +45,6 @@ struct ColumnTable {
   alignas(16) int16_t frac7[kWeightGroups][kWeightGroup];  // fx << 7, the mulhrs scale
 };
 
-struct DepthRange {
-  int min;
-  int max;
-};
-
 // Output rows between one pair of disparity rows: each interpolates the same
 // depth rows with its own vertical fraction. Written together, so that each
 // group of columns is loaded once for all of them.
@@ -74,8 +69,9 @@ using FillRowFn = void (*)(uint16_t* out, int n, uint16_t w);
 // from is a multiple of 16.
 using LerpColumnsFn = void (*)(const uint8_t* row, const ColumnTable& c, int from, int to,
                                uint16_t* dst);
-// Columns [from, from + 16): delta = bottom - top, and the depth range.
-using GroupRangeFn = DepthRange (*)(const uint16_t* top, const uint16_t* bottom, int from,
-                                    int16_t* delta);
+// Whole groups [0, groups) of a pair of depth rows: delta = bottom - top, and
+// each group's lowest and highest depth of either row.
+using PairRangesFn = void (*)(const uint16_t* top, const uint16_t* bottom, int groups,
+                              int16_t* delta, uint8_t* group_min, uint8_t* group_max);
 
 #endif  // DOFRA_WEIGHT_WEIGHT_ROWS_H

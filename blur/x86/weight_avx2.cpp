@@ -1,7 +1,7 @@
 // AVX2 row helpers of the weight-map interpolation (the drivers and the
 // scalar formulas are in weight/weight_map.cpp): 32 pixels, or two groups of
-// 16, per step; the column interpolation and the group ranges stay with the
-// SSE4.1 members, which also take the remainders.
+// 16, per step, and the column interpolation 16 columns per step; the group
+// ranges stay with the SSE4.1 member, which also takes the remainders.
 //
 // Everything here stays in this file's anonymous namespace: a shared inline
 // helper compiled with -mavx2 could be the copy an SSE4.1-only CPU runs.
@@ -121,6 +121,31 @@ void NarrowRow_AVX2(const uint16_t* top, const int16_t* delta, const uint8_t* gr
   if (j < to) Sse41().weight_narrow_row(top, delta, group_min, j, to, rows, lut);
 }
 
+// One group of 16 columns: the two samples of every column gathered by
+// shuffles from one 16-byte load, then one 16-lane interpolation.
+void LerpGroup(const uint8_t* row, const ColumnTable& c, int g, uint16_t* dst) {
+  const __m128i src = _mm_loadu_si128(reinterpret_cast<const __m128i*>(row + c.load_at[g]));
+  const __m256i a = _mm256_cvtepu8_epi16(
+      _mm_shuffle_epi8(src, _mm_load_si128(reinterpret_cast<const __m128i*>(c.pick0[g]))));
+  const __m256i b = _mm256_cvtepu8_epi16(
+      _mm_shuffle_epi8(src, _mm_load_si128(reinterpret_cast<const __m128i*>(c.pick1[g]))));
+  Store32(dst, DepthOf16(a, _mm256_sub_epi16(b, a), Load32(c.frac7[g])));
+}
+
+// Remainder: the scalar formula (through the SSE4.1 member) on the last
+// columns and on groups whose samples do not fit one load.
+void LerpColumns_AVX2(const uint8_t* row, const ColumnTable& c, int from, int to, uint16_t* dst) {
+  const LerpColumnsFn formula = Sse41().weight_lerp_columns;
+  int j = from;
+  for (int g = from / kGroup; j + kGroup <= to; ++g, j += kGroup) {
+    if (c.load_at[g] >= 0)
+      LerpGroup(row, c, g, dst + j);
+    else
+      formula(row, c, j, j + kGroup, dst);
+  }
+  if (j < to) formula(row, c, j, to, dst);
+}
+
 // 16 entries per store; remainder: the SSE4.1 member.
 void FillRow_AVX2(uint16_t* out, int n, uint16_t w) {
   const __m256i value = _mm256_set1_epi16(static_cast<int16_t>(w));
@@ -135,4 +160,5 @@ void FillWeight_AVX2(RowKernels* k) {
   k->weight_row_short = WeightRowTable_AVX2;
   k->weight_narrow_row = NarrowRow_AVX2;
   k->weight_fill_row = FillRow_AVX2;
+  k->weight_lerp_columns = LerpColumns_AVX2;
 }
