@@ -119,8 +119,9 @@ struct RowKernels {
   void (*depth_min_max_body)(const uint8_t* src, int body, uint8_t* min_out, uint8_t* max_out);
 };
 
-// The table of `level` (every entry set, the scalar formula where the level
-// has no member of its own), and the tables the kernels run.
+// The table of `level`: every entry set, to the member of the nearest level
+// below where the level has none of its own (the scalar formula last), and
+// the tables the kernels run.
 const RowKernels& RowKernelsAt(SimdLevel level);
 const RowKernels& ActiveRowKernels();  // the _neon members and their kin
 const RowKernels& ScalarRowKernels();  // the _c members
