@@ -249,16 +249,13 @@ void PreparePair(PairRangesFn pair_ranges, const uint16_t* top, const uint16_t* 
   const int groups = n / kGroup;
   uint8_t group_max[kGroups];
   pair_ranges(top, bottom, groups, p->delta, p->group_min, group_max);
-  uint16_t kind[kGroups];
-  for (int g = 0; g < groups; ++g) kind[g] = GroupKind({p->group_min[g], group_max[g]}, lut);
+  // The current run's kind stays in a register rather than being read back.
   int runs = 0;
+  uint16_t current = 0;
   for (int g = 0; g < groups; ++g) {
-    if (runs > 0 && p->run_weight[runs - 1] == kind[g]) {
-      p->run_end[runs - 1] = (g + 1) * kGroup;
-    } else {
-      p->run_end[runs] = (g + 1) * kGroup;
-      p->run_weight[runs++] = kind[g];
-    }
+    const uint16_t kind = GroupKind({p->group_min[g], group_max[g]}, lut);
+    if (runs == 0 || kind != current) p->run_weight[runs++] = current = kind;
+    p->run_end[runs - 1] = (g + 1) * kGroup;
   }
   if (groups * kGroup < n) {
     GroupRange_C(top, bottom, groups * kGroup, n, p->delta);
