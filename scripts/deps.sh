@@ -3,7 +3,7 @@
 # With --bench also OpenCV, which only the benchmark's optional peer uses.
 set -euo pipefail
 packages=(cmake g++ make pkg-config libgtest-dev libbenchmark-dev
-          libpng-dev zlib1g-dev libjpeg62-turbo-dev libyuv-dev)
+          libpng-dev zlib1g-dev libjpeg62-turbo-dev libyuv-dev qemu-user)
 if [ "${1:-}" = "--bench" ]; then packages+=(libopencv-dev); fi
 missing=()
 for p in "${packages[@]}"; do
