@@ -2,7 +2,7 @@
 # Installs the Debian packages the build, tests and tool need, if missing.
 set -euo pipefail
 packages=(cmake g++ make pkg-config libgtest-dev libbenchmark-dev
-          libpng-dev libjpeg62-turbo-dev libyuv-dev)
+          libpng-dev libjpeg62-turbo-dev libyuv-dev clang-14 libclang-rt-14-dev)
 missing=()
 for p in "${packages[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Builds and runs every test: optimised, under AddressSanitizer +
 # UndefinedBehaviorSanitizer, and under ThreadSanitizer with the portable
-# (non-SIMD) kernels.
+# (non-SIMD) kernels; then every libFuzzer target for a bounded time.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/deps.sh
@@ -20,3 +20,6 @@ echo "== ThreadSanitizer, portable kernels"
 scripts/build.sh build-tsan -DDOFRA_SANITIZE=thread -DDOFRA_SSE41=OFF -DDOFRA_BUILD_BENCH=OFF
 TSAN_OPTIONS="halt_on_error=1 suppressions=$PWD/tests/tsan.supp" \
   ctest --test-dir build-tsan --output-on-failure -j"$jobs"
+
+echo "== libFuzzer targets, 40 s each"
+scripts/fuzz.sh 40
