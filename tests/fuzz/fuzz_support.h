@@ -10,27 +10,21 @@
 #include <cstdlib>
 #include <cstring>
 
-// Abort so that libFuzzer keeps the input as a crash.
-#define FUZZ_CHECK(cond)                                         \
-  do {                                                           \
-    if (!(cond)) {                                               \
-      fprintf(stderr, "%s:%d: %s\n", __FILE__, __LINE__, #cond); \
-      abort();                                                   \
-    }                                                            \
-  } while (0)
+// Aborts, so that libFuzzer keeps the input as a crash.
+inline void Require(bool ok, const char* what) {
+  if (!ok) fprintf(stderr, "fuzz check failed: %s\n", what), abort();
+}
+#define FUZZ_CHECK(cond) Require((cond), #cond)
 
 // Counts log lines instead of printing them, which would slow fuzzing down.
-inline int& LogLines() {
-  static int lines = 0;
-  return lines;
-}
-inline void CountLine(int, const char*, const char*, void*) { ++LogLines(); }
+inline int g_log_lines = 0;
 inline void StartLogCount() {
-  host_log_set_sink(CountLine, nullptr);
-  LogLines() = 0;
+  host_log_set_sink([](int, const char*, const char*, void*) { ++g_log_lines; }, nullptr);
+  g_log_lines = 0;
 }
 
-// Copies the leading fixed-size record; missing bytes read as 0.
+// Copies the leading fixed-size record (missing bytes read as 0); returns
+// the bytes it took.
 template <typename T>
 size_t TakeRecord(const uint8_t* data, size_t size, T* record) {
   const size_t n = size < sizeof(T) ? size : sizeof(T);
@@ -39,15 +33,13 @@ size_t TakeRecord(const uint8_t* data, size_t size, T* record) {
   return n;
 }
 
-// Fills count elements by repeating pattern (zeros when it is empty).
+// Fills count elements by repeating pattern (zeros when it is too short).
 template <typename T>
 void Repeat(const uint8_t* pattern, size_t pattern_bytes, T* out, size_t count) {
   const size_t n = pattern_bytes / sizeof(T);
-  if (n == 0) {
-    memset(out, 0, count * sizeof(T));
-    return;
-  }
-  for (size_t i = 0; i < count; ++i) memcpy(&out[i], pattern + (i % n) * sizeof(T), sizeof(T));
+  memset(out, 0, count * sizeof(T));
+  for (size_t i = 0; n > 0 && i < count; ++i)
+    memcpy(&out[i], pattern + i % n * sizeof(T), sizeof(T));
 }
 
 #endif  // DOFRA_TESTS_FUZZ_FUZZ_SUPPORT_H
