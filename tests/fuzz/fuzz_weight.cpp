@@ -16,8 +16,7 @@ constexpr uint16_t kUntouched = 0xBEEF;
 // The input's leading record; the rest is the disparity pattern.
 struct WeightInput {
   DofraParams params;
-  int32_t buffer_total;
-  int32_t level, focus_x, focus_y;
+  int32_t buffer_total, level, focus_x, focus_y;
   uint8_t header[DOFRA_DEPTH_HEADER_SIZE];
 };
 
