@@ -28,6 +28,9 @@ constexpr size_t kPngColorTypeAt = 25;
 constexpr uint8_t kPngColorGray = 0;
 constexpr uint8_t kPngColorGrayAlpha = 4;
 constexpr int kMaxPictureSide = 16384;
+// Huffman-coded JPEG spends at least one bit per 8x8 block, so a header that
+// claims more pixels than this per byte of file cannot be honest.
+constexpr uint64_t kJpegMaxPixelsPerByte = 512;
 
 struct FileCloser {
   void operator()(FILE* f) const { fclose(f); }
@@ -115,6 +118,17 @@ bool DecodeJpegInto(const std::vector<uint8_t>& bytes, bool gray_only, Image* im
     *error_text = "gray";
     return false;
   }
+  // Checked before the decoder sizes its buffers from the header: a few bytes
+  // may otherwise claim gigabytes of coefficients.
+  const bool too_large =
+      std::max(info.image_width, info.image_height) > JDIMENSION{kMaxPictureSide};
+  const bool overclaims =
+      uint64_t{info.image_width} * info.image_height > bytes.size() * kJpegMaxPixelsPerByte;
+  if (too_large || overclaims) {
+    jpeg_destroy_decompress(&info);
+    *error_text = too_large ? "size" : "claim";
+    return false;
+  }
   info.out_color_space = gray_only ? JCS_GRAYSCALE : JCS_EXT_RGBA;
   jpeg_start_decompress(&info);
   const int width = static_cast<int>(info.output_width);
@@ -145,6 +159,10 @@ Image DecodeJpeg(const std::string& path, const std::vector<uint8_t>& bytes, boo
     throw InputError(path + ": a disparity map must be 8-bit grayscale, not colour");
   }
   if (error_text == "size") throw InputError(path + ": picture size is not supported");
+  if (error_text == "claim") {
+    throw InputError(path +
+                     ": unreadable JPEG (its header claims more pixels than the file holds)");
+  }
   throw InputError(path + ": unreadable JPEG (" + error_text + ")");
 }
 
