@@ -3,7 +3,8 @@
 # With --bench also OpenCV, which only the benchmark's optional peer uses.
 set -euo pipefail
 packages=(cmake g++ make pkg-config libgtest-dev libbenchmark-dev
-          libpng-dev zlib1g-dev libjpeg62-turbo-dev libyuv-dev qemu-user)
+          libpng-dev zlib1g-dev libjpeg62-turbo-dev libyuv-dev qemu-user
+          clang-14 libclang-rt-14-dev)
 if [ "${1:-}" = "--bench" ]; then packages+=(libopencv-dev); fi
 missing=()
 for p in "${packages[@]}"; do

@@ -45,18 +45,19 @@ struct WeightBufferSizes {
 bool FitsInt32(int64_t v) { return v >= INT32_MIN && v <= INT32_MAX; }
 
 // Computes every size in 64 bits first so that a product that would leave
-// the signed 32-bit range is refused instead of wrapping.
+// the signed 32-bit range is refused instead of wrapping. Each factor is
+// checked before it multiplies, so no 64-bit product overflows either.
 bool ComputeSizes(int32_t W, int32_t H, int32_t dW, int32_t dH, int32_t r, WeightBufferSizes* s) {
   const int64_t pw = static_cast<int64_t>(dW) + 2 * static_cast<int64_t>(r);
   const int64_t ph = static_cast<int64_t>(dH) + 2 * static_cast<int64_t>(r);
+  if (!FitsInt32(pw) || !FitsInt32(ph)) return false;
+  const int64_t expand = pw * ph;
+  if (!FitsInt32(expand)) return false;
   const int64_t map = static_cast<int64_t>(W) * H * 2;
   const int64_t disp = static_cast<int64_t>(dW) * dH;
-  const int64_t expand = pw * ph;
-  const int64_t tempim = pw * (ph + 1) * 4;  // dH + (2r | 1) == dH + 2r + 1
+  const int64_t tempim = (expand + pw) * 4;  // pw * (dH + (2r | 1)) == pw * (ph + 1)
   const int64_t total = map + disp + expand + tempim + disp;
-  if (!FitsInt32(pw) || !FitsInt32(ph) || !FitsInt32(map) || !FitsInt32(disp) ||
-      !FitsInt32(expand) || !FitsInt32(tempim) || !FitsInt32(total))
-    return false;
+  if (!FitsInt32(map) || !FitsInt32(disp) || !FitsInt32(tempim) || !FitsInt32(total)) return false;
   *s = {static_cast<int32_t>(map),    static_cast<int32_t>(disp), static_cast<int32_t>(expand),
         static_cast<int32_t>(tempim), static_cast<int32_t>(disp), static_cast<int32_t>(total)};
   return true;

@@ -51,7 +51,7 @@ class GraphicBuffer {
   uint32_t height_;
   uint32_t stride_;
   PixelFormat format_;
-  uint32_t usage_;
+  [[maybe_unused]] uint32_t usage_;  // kept for the shape of the real record
   uint8_t* data_;
   size_t size_;
   status_t lock_status_;
