@@ -12,8 +12,8 @@ namespace {
 constexpr int kMaxFrameSide = 16384;
 constexpr size_t kHelpColumn = 26;  // where option descriptions start
 
-const OptionSpec* Find(const CommandSpec& spec, const std::string& spelling) {
-  for (const OptionSpec& option : spec.options) {
+const OptionSpec* Find(const CommandSpec& command, const std::string& spelling) {
+  for (const OptionSpec& option : command.options) {
     if (spelling == option.name || (option.alias != nullptr && spelling == option.alias)) {
       return &option;
     }
@@ -112,19 +112,19 @@ bool WantsHelp(const std::vector<std::string>& args) {
   return std::find(args.begin(), args.end(), "--help") != args.end();
 }
 
-std::string HelpText(const CommandSpec& spec) {
+std::string HelpText(const CommandSpec& command) {
   std::string text;
-  std::string usage = spec.usage;
+  std::string usage = command.usage;
   const char* lead = "usage: ";
   for (size_t start = 0; start < usage.size();) {
     const size_t end = std::min(usage.find('\n', start), usage.size());
     text +=
-        lead + std::string("dofra ") + spec.name + " " + usage.substr(start, end - start) + "\n";
+        lead + std::string("dofra ") + command.name + " " + usage.substr(start, end - start) + "\n";
     lead = "       ";
     start = end + 1;
   }
-  text += std::string(spec.purpose) + "\noptions:\n";
-  for (const OptionSpec& option : spec.options) {
+  text += std::string(command.purpose) + "\noptions:\n";
+  for (const OptionSpec& option : command.options) {
     std::string left = std::string("  ") + (option.alias ? std::string(option.alias) + ", " : "") +
                        option.name + (option.value ? std::string(" ") + option.value : "");
     left.resize(std::max<size_t>(left.size() + 1, kHelpColumn), ' ');
@@ -135,14 +135,14 @@ std::string HelpText(const CommandSpec& spec) {
   return text;
 }
 
-Options::Options(const CommandSpec& spec, const std::vector<std::string>& args) : spec_(spec) {
+Options::Options(const CommandSpec& command, const std::vector<std::string>& args) : spec_(command) {
   for (size_t i = 0; i < args.size(); ++i) {
-    const OptionSpec* option = Find(spec, args[i]);
+    const OptionSpec* option = Find(command, args[i]);
     if (option == nullptr) {
       if (args[i].rfind("-", 0) == 0) {
-        throw InputError("unknown option " + args[i] + " for 'dofra " + spec.name + "'");
+        throw InputError("unknown option " + args[i] + " for 'dofra " + command.name + "'");
       }
-      throw InputError("unexpected argument '" + args[i] + "' for 'dofra " + spec.name + "'");
+      throw InputError("unexpected argument '" + args[i] + "' for 'dofra " + command.name + "'");
     }
     const std::string name = option->name;
     if (values_.count(name) != 0) throw InputError("option " + name + " is given twice");

@@ -60,12 +60,12 @@ struct CommandSpec {
 // "--help" anywhere among the arguments.
 bool WantsHelp(const std::vector<std::string>& args);
 // Usage, purpose and every option with its default.
-std::string HelpText(const CommandSpec& spec);
+std::string HelpText(const CommandSpec& command);
 
 // Options of one command: "--name value" pairs and bare flags.
 class Options {
  public:
-  Options(const CommandSpec& spec, const std::vector<std::string>& args);
+  Options(const CommandSpec& command, const std::vector<std::string>& args);
 
   // Whether the option was given (defaults do not count).
   bool Has(const std::string& name) const;

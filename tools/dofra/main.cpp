@@ -19,7 +19,7 @@ namespace {
 using namespace dofra_tool;
 
 struct Command {
-  const CommandSpec* spec;
+  const CommandSpec* syntax;
   int (*run)(const std::vector<std::string>& args);
 };
 
@@ -29,10 +29,10 @@ const Command kCommands[] = {
 std::string Usage() {
   std::string text = "usage:\n";
   for (const Command& command : kCommands) {
-    const std::string usage = command.spec->usage;
+    const std::string usage = command.syntax->usage;
     for (size_t start = 0; start < usage.size();) {
       const size_t end = std::min(usage.find('\n', start), usage.size());
-      text += std::string("  dofra ") + command.spec->name + " " +
+      text += std::string("  dofra ") + command.syntax->name + " " +
               usage.substr(start, end - start) + "\n";
       start = end + 1;
     }
@@ -60,9 +60,9 @@ std::string LibraryBuild() {
 
 int Dispatch(const std::string& name, const std::vector<std::string>& args) {
   for (const Command& command : kCommands) {
-    if (name != command.spec->name) continue;
+    if (name != command.syntax->name) continue;
     if (WantsHelp(args)) {
-      fputs(HelpText(*command.spec).c_str(), stdout);
+      fputs(HelpText(*command.syntax).c_str(), stdout);
       return 0;
     }
     for (const std::string& arg : args) {
