@@ -1,8 +1,12 @@
 #!/usr/bin/env bash
 # Installs the Debian packages the build, tests and tool need, if missing.
 set -euo pipefail
+# The arm64 build: Debian's cross compiler, the emulator, and the target's
+# libraries from the arm64 multiarch archive (same versions as the native ones).
 packages=(cmake g++ make pkg-config libgtest-dev libbenchmark-dev
-          libpng-dev libjpeg62-turbo-dev libyuv-dev)
+          libpng-dev libjpeg62-turbo-dev libyuv-dev
+          g++-aarch64-linux-gnu qemu-user
+          libgtest-dev:arm64 libpng-dev:arm64 libjpeg62-turbo-dev:arm64 libyuv-dev:arm64)
 missing=()
 for p in "${packages[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")
@@ -10,6 +14,7 @@ done
 if ((${#missing[@]})); then
   echo "installing: ${missing[*]}"
   SUDO=""; [ "$(id -u)" -eq 0 ] || SUDO=sudo
+  dpkg --print-foreign-architectures | grep -qx arm64 || $SUDO dpkg --add-architecture arm64
   $SUDO apt-get update -qq
   DEBIAN_FRONTEND=noninteractive $SUDO apt-get install -y -qq "${missing[@]}"
 fi
