@@ -10,6 +10,7 @@
 #include <random>
 #include <vector>
 
+#include "bench/bench_level.h"
 #include "blur/kernels.h"
 
 namespace {
@@ -43,7 +44,8 @@ void SetBytes(benchmark::State& state, int64_t per_iteration = kPlaneBytes) {
   state.SetBytesProcessed(int64_t(state.iterations()) * per_iteration);
 }
 
-void BM_Chroma_Shrink(benchmark::State& state, ShrinkFn fn, int factor) {
+void BM_Chroma_Shrink(benchmark::State& state, ShrinkFn fn, int factor, SimdLevel level) {
+  ScopedSimdLevel at(state, level);
   ChromaFrame f(factor);
   for (auto _ : state) {
     fn(f.src.data(), f.small.data(), f.tmp.data(), kW, kH, f.sw, f.sh, 0, f.sh - 1);
@@ -52,7 +54,8 @@ void BM_Chroma_Shrink(benchmark::State& state, ShrinkFn fn, int factor) {
   SetBytes(state);
 }
 
-void BM_Chroma_Composite(benchmark::State& state, BlendFn fn, int factor) {
+void BM_Chroma_Composite(benchmark::State& state, BlendFn fn, int factor, SimdLevel level) {
+  ScopedSimdLevel at(state, level);
   ChromaFrame f(factor);
   for (auto _ : state) {
     fn(f.src.data(), kW, kH, f.sw, f.sh, f.weights.data(), f.small.data(), f.out.data(), 0, kH - 1);
@@ -84,22 +87,22 @@ void BM_Chroma_MemcpyCompositeBytes(benchmark::State& state) {
 BENCHMARK(BM_Chroma_Memcpy);
 BENCHMARK(BM_Chroma_MemcpyCompositeBytes);
 
-BENCHMARK_CAPTURE(BM_Chroma_Shrink, x2_neon, __BiLinearInterp_UV_x2_neon, 2);
-BENCHMARK_CAPTURE(BM_Chroma_Shrink, x2_c, __BiLinearInterp_UV_x2_c, 2);
-BENCHMARK_CAPTURE(BM_Chroma_Shrink, x4, __BiLinearInterp_UV_x4, 4);
-BENCHMARK_CAPTURE(BM_Chroma_Shrink, x4_c, __BiLinearInterp_UV_x4_c, 4);
-BENCHMARK_CAPTURE(BM_Chroma_Shrink, x6, __BiLinearInterp_UV_x6, 6);
-BENCHMARK_CAPTURE(BM_Chroma_Shrink, x6_c, __BiLinearInterp_UV_x6_c, 6);
-BENCHMARK_CAPTURE(BM_Chroma_Shrink, x8, __BiLinearInterp_UV_x8, 8);
-BENCHMARK_CAPTURE(BM_Chroma_Shrink, x8_c, __BiLinearInterp_UV_x8_c, 8);
+DOFRA_BENCH_X86_LEVELS(BM_Chroma_Shrink, x2_neon, __BiLinearInterp_UV_x2_neon, 2);
+BENCHMARK_CAPTURE(BM_Chroma_Shrink, x2_c, __BiLinearInterp_UV_x2_c, 2, SimdLevel::kScalar);
+DOFRA_BENCH_X86_LEVELS(BM_Chroma_Shrink, x4, __BiLinearInterp_UV_x4, 4);
+BENCHMARK_CAPTURE(BM_Chroma_Shrink, x4_c, __BiLinearInterp_UV_x4_c, 4, SimdLevel::kScalar);
+DOFRA_BENCH_X86_LEVELS(BM_Chroma_Shrink, x6, __BiLinearInterp_UV_x6, 6);
+BENCHMARK_CAPTURE(BM_Chroma_Shrink, x6_c, __BiLinearInterp_UV_x6_c, 6, SimdLevel::kScalar);
+DOFRA_BENCH_X86_LEVELS(BM_Chroma_Shrink, x8, __BiLinearInterp_UV_x8, 8);
+BENCHMARK_CAPTURE(BM_Chroma_Shrink, x8_c, __BiLinearInterp_UV_x8_c, 8, SimdLevel::kScalar);
 
-BENCHMARK_CAPTURE(BM_Chroma_Composite, x2_neon, __CreateOutputImage_UV_x2_neon, 2);
-BENCHMARK_CAPTURE(BM_Chroma_Composite, x2_c, __CreateOutputImage_UV_x2_c, 2);
-BENCHMARK_CAPTURE(BM_Chroma_Composite, x4_neon, __CreateOutputImage_UV_x4_neon, 4);
-BENCHMARK_CAPTURE(BM_Chroma_Composite, x4_c, __CreateOutputImage_UV_x4_c, 4);
-BENCHMARK_CAPTURE(BM_Chroma_Composite, x6_neon, __CreateOutputImage_UV_x6_neon, 6);
-BENCHMARK_CAPTURE(BM_Chroma_Composite, x6_c, __CreateOutputImage_UV_x6_c, 6);
-BENCHMARK_CAPTURE(BM_Chroma_Composite, x8_neon, __CreateOutputImage_UV_x8_neon, 8);
-BENCHMARK_CAPTURE(BM_Chroma_Composite, x8_c, __CreateOutputImage_UV_x8_c, 8);
+DOFRA_BENCH_X86_LEVELS(BM_Chroma_Composite, x2_neon, __CreateOutputImage_UV_x2_neon, 2);
+BENCHMARK_CAPTURE(BM_Chroma_Composite, x2_c, __CreateOutputImage_UV_x2_c, 2, SimdLevel::kScalar);
+DOFRA_BENCH_X86_LEVELS(BM_Chroma_Composite, x4_neon, __CreateOutputImage_UV_x4_neon, 4);
+BENCHMARK_CAPTURE(BM_Chroma_Composite, x4_c, __CreateOutputImage_UV_x4_c, 4, SimdLevel::kScalar);
+DOFRA_BENCH_X86_LEVELS(BM_Chroma_Composite, x6_neon, __CreateOutputImage_UV_x6_neon, 6);
+BENCHMARK_CAPTURE(BM_Chroma_Composite, x6_c, __CreateOutputImage_UV_x6_c, 6, SimdLevel::kScalar);
+DOFRA_BENCH_X86_LEVELS(BM_Chroma_Composite, x8_neon, __CreateOutputImage_UV_x8_neon, 8);
+BENCHMARK_CAPTURE(BM_Chroma_Composite, x8_c, __CreateOutputImage_UV_x8_c, 8, SimdLevel::kScalar);
 
 }  // namespace

@@ -8,6 +8,7 @@
 #include <random>
 #include <vector>
 
+#include "bench/bench_level.h"
 #include "blur/kernels.h"
 
 namespace {
@@ -34,7 +35,8 @@ struct LumaFrame {
   }
 };
 
-void BM_CompositeY(benchmark::State& state, BlendFn fn, int factor) {
+void BM_CompositeY(benchmark::State& state, BlendFn fn, int factor, SimdLevel level) {
+  ScopedSimdLevel at(state, level);
   LumaFrame f(factor);
   for (auto _ : state) {
     fn(f.src.data(), kW, kH, f.sw, f.sh, f.weights.data(), f.small.data(), f.out.data(), 0, kH - 1);
@@ -55,13 +57,13 @@ void BM_CompositeY_Memcpy(benchmark::State& state) {
 }
 
 BENCHMARK(BM_CompositeY_Memcpy);
-BENCHMARK_CAPTURE(BM_CompositeY, x2_neon, __CreateOutputImage_Y_x2_neon, 2);
-BENCHMARK_CAPTURE(BM_CompositeY, x2_c, __CreateOutputImage_Y_x2_c, 2);
-BENCHMARK_CAPTURE(BM_CompositeY, x4_neon, __CreateOutputImage_Y_x4_neon, 4);
-BENCHMARK_CAPTURE(BM_CompositeY, x4_c, __CreateOutputImage_Y_x4_c, 4);
-BENCHMARK_CAPTURE(BM_CompositeY, x6_neon, __CreateOutputImage_Y_x6_neon, 6);
-BENCHMARK_CAPTURE(BM_CompositeY, x6_c, __CreateOutputImage_Y_x6_c, 6);
-BENCHMARK_CAPTURE(BM_CompositeY, x8_neon, __CreateOutputImage_Y_x8_neon, 8);
-BENCHMARK_CAPTURE(BM_CompositeY, x8_c, __CreateOutputImage_Y_x8_c, 8);
+DOFRA_BENCH_X86_LEVELS(BM_CompositeY, x2_neon, __CreateOutputImage_Y_x2_neon, 2);
+BENCHMARK_CAPTURE(BM_CompositeY, x2_c, __CreateOutputImage_Y_x2_c, 2, SimdLevel::kScalar);
+DOFRA_BENCH_X86_LEVELS(BM_CompositeY, x4_neon, __CreateOutputImage_Y_x4_neon, 4);
+BENCHMARK_CAPTURE(BM_CompositeY, x4_c, __CreateOutputImage_Y_x4_c, 4, SimdLevel::kScalar);
+DOFRA_BENCH_X86_LEVELS(BM_CompositeY, x6_neon, __CreateOutputImage_Y_x6_neon, 6);
+BENCHMARK_CAPTURE(BM_CompositeY, x6_c, __CreateOutputImage_Y_x6_c, 6, SimdLevel::kScalar);
+DOFRA_BENCH_X86_LEVELS(BM_CompositeY, x8_neon, __CreateOutputImage_Y_x8_neon, 8);
+BENCHMARK_CAPTURE(BM_CompositeY, x8_c, __CreateOutputImage_Y_x8_c, 8, SimdLevel::kScalar);
 
 }  // namespace

@@ -1,6 +1,7 @@
 #include "blur/dispatch.h"
 
 #include <atomic>
+#include <initializer_list>
 
 // Constant-initialised, so the tables exist before any handle does.
 const BlurKernelTable kBlurKernels = {
@@ -39,26 +40,49 @@ const BlurKernelTable kBlurKernelsC = {
 
 namespace {
 
-constexpr SimdLevel kBuildBest =
-#if defined(__SSE4_1__)
-    SimdLevel::kSse41;
-#else
-    SimdLevel::kScalar;
+// The x86 members exist when the build has them (DOFRA_SSE41); SSE4.1 is the
+// x86-64 baseline they assume, AVX2 is checked on the CPU.
+bool CpuHas(SimdLevel level) {
+  switch (level) {
+    case SimdLevel::kScalar:
+      return true;
+#if defined(DOFRA_X86_KERNELS)
+    case SimdLevel::kSse41:
+      return __builtin_cpu_supports("sse4.1");
+    case SimdLevel::kAvx2:
+      return __builtin_cpu_supports("avx2");
 #endif
+    default:
+      return false;
+  }
+}
 
-std::atomic<SimdLevel> g_level{kBuildBest};
+SimdLevel BestLevel() {
+  for (SimdLevel level : {SimdLevel::kAvx2, SimdLevel::kSse41, SimdLevel::kNeon}) {
+    if (CpuHas(level)) return level;
+  }
+  return SimdLevel::kScalar;
+}
+
+// Chosen once, on first use.
+std::atomic<SimdLevel>& Level() {
+  static std::atomic<SimdLevel> level{BestLevel()};
+  return level;
+}
 
 }  // namespace
 
-SimdLevel ActiveSimdLevel() { return g_level.load(std::memory_order_relaxed); }
+SimdLevel ActiveSimdLevel() { return Level().load(std::memory_order_relaxed); }
 
 bool SimdLevelAvailable(SimdLevel level) {
-  return level == SimdLevel::kScalar || level == kBuildBest;
+  static const bool available[] = {CpuHas(SimdLevel::kScalar), CpuHas(SimdLevel::kSse41),
+                                   CpuHas(SimdLevel::kAvx2), CpuHas(SimdLevel::kNeon)};
+  return available[static_cast<int>(level)];
 }
 
 bool ForceSimdLevel(SimdLevel level) {
   if (!SimdLevelAvailable(level)) return false;
-  g_level.store(level, std::memory_order_relaxed);
+  Level().store(level, std::memory_order_relaxed);
   return true;
 }
 

@@ -1,10 +1,11 @@
 // The blur engine's image kernels. They validate nothing: the pipeline
 // guarantees sizes and row ranges (checked once, when a handle is created).
 //
-// Every hand-vectorised member (suffix _neon, SSE4.1 on x86-64) has its plain
-// scalar formula beside it under the same name with the suffix _c; the two
-// give identical bytes on every input. Members named without _neon may be
-// vectorised inside as well and then also keep a _c formula.
+// Every hand-vectorised member (suffix _neon: the row helpers of the active
+// instruction-set level, blur/row_kernels.h) has its plain scalar formula
+// beside it under the same name with the suffix _c; the two give identical
+// bytes on every input. Members named without _neon may be vectorised inside
+// as well and then also keep a _c formula.
 #ifndef DOFRA_BLUR_KERNELS_H
 #define DOFRA_BLUR_KERNELS_H
 

@@ -4,11 +4,8 @@
 #include <cstring>
 
 #include "api/clock.h"
+#include "blur/row_kernels.h"
 #include "weight/weight_internal.h"
-
-#if defined(__SSE4_1__)
-#include <smmintrin.h>
-#endif
 
 namespace {
 
@@ -62,18 +59,32 @@ void FoldTail(const uint8_t* p, int count, uint8_t* mn, uint8_t* mx) {
 
 int BodyBytes(int n) { return n > 0 ? n / kVec * kVec : 0; }
 
-#if defined(__SSE4_1__)
-// Folds the 16 lanes into lane 0 by halving four times.
-template <typename Op>
-__m128i ReduceLanes(__m128i v, Op op) {
-  v = op(v, _mm_srli_si128(v, 8));
-  v = op(v, _mm_srli_si128(v, 4));
-  v = op(v, _mm_srli_si128(v, 2));
-  return op(v, _mm_srli_si128(v, 1));
+void MinMaxBody_C(const uint8_t* src, int body, uint8_t* min_out, uint8_t* max_out) {
+  uint8_t mn = 255, mx = 0;
+  for (int i = 0; i < body; ++i) {
+    if (src[i] < mn) mn = src[i];
+    if (src[i] > mx) mx = src[i];
+  }
+  *min_out = mn;
+  *max_out = mx;
 }
-#endif
+
+// The whole-vector body through `body_fn`, then the tail rule on the last
+// n mod 16 bytes (it differs from the plain fold, so the body never
+// overlaps it).
+void MinMax(decltype(RowKernels::depth_min_max_body) body_fn, const uint8_t* src, int n,
+            uint8_t* min_out, uint8_t* max_out) {
+  const int body = BodyBytes(n);
+  uint8_t mn = 255, mx = 0;
+  body_fn(src, body, &mn, &mx);
+  FoldTail(src + body, n - body, &mn, &mx);
+  *min_out = mn;
+  *max_out = mx;
+}
 
 }  // namespace
+
+void FillDepthTable_C(RowKernels* k) { k->depth_min_max_body = MinMaxBody_C; }
 
 DepthCalibration ReadDepthCalibration(const DepthData* depth) {
   const auto* bytes = reinterpret_cast<const uint8_t*>(depth);
@@ -122,39 +133,11 @@ void __getRanged(const uint8_t* src, uint8_t* dst, int n, uint8_t /*unused_lo*/,
 }
 
 void __getMinMax_c(const uint8_t* src, int n, uint8_t* min_out, uint8_t* max_out) {
-  uint8_t mn = 255, mx = 0;
-  const int body = BodyBytes(n);
-  for (int i = 0; i < body; ++i) {
-    if (src[i] < mn) mn = src[i];
-    if (src[i] > mx) mx = src[i];
-  }
-  FoldTail(src + body, n - body, &mn, &mx);
-  *min_out = mn;
-  *max_out = mx;
+  MinMax(ScalarRowKernels().depth_min_max_body, src, n, min_out, max_out);
 }
 
-// Remainder: the scalar tail rule on the last n mod 16 bytes (it differs from
-// the plain fold, so the vector part never overlaps it).
 void __getMinMax_neon(const uint8_t* src, int n, uint8_t* min_out, uint8_t* max_out) {
-#if defined(__SSE4_1__)
-  const int body = BodyBytes(n);
-  __m128i vmin = _mm_set1_epi8(static_cast<char>(0xFF));
-  __m128i vmax = _mm_setzero_si128();
-  for (int i = 0; i < body; i += kVec) {
-    const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(src + i));
-    vmin = _mm_min_epu8(vmin, v);
-    vmax = _mm_max_epu8(vmax, v);
-  }
-  vmin = ReduceLanes(vmin, [](__m128i a, __m128i b) { return _mm_min_epu8(a, b); });
-  vmax = ReduceLanes(vmax, [](__m128i a, __m128i b) { return _mm_max_epu8(a, b); });
-  uint8_t mn = static_cast<uint8_t>(_mm_extract_epi8(vmin, 0));
-  uint8_t mx = static_cast<uint8_t>(_mm_extract_epi8(vmax, 0));
-  FoldTail(src + body, n - body, &mn, &mx);
-  *min_out = mn;
-  *max_out = mx;
-#else
-  __getMinMax_c(src, n, min_out, max_out);
-#endif
+  MinMax(ActiveRowKernels().depth_min_max_body, src, n, min_out, max_out);
   (void)getTime();
 }
 

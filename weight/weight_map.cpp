@@ -9,12 +9,9 @@
 #include "api/log.h"
 #include "blur/dispatch.h"
 #include "blur/kernels.h"
+#include "blur/row_kernels.h"
 #include "weight/weight_context.h"
 #include "weight/weight_internal.h"
-
-#if defined(__SSE4_1__)
-#include <smmintrin.h>
-#endif
 
 const uint8_t kStrengthTable[kStrengthLevels] = {0,   60,  68,  76,  82,  87,  92,  100, 103, 107,
                                                  110, 112, 114, 116, 118, 120, 122, 124, 126, 128};
@@ -93,34 +90,13 @@ inline uint16_t WeightOf(int v, const WeightRamp& ramp) {
   return WeightOfDiff(v < ramp.low ? ramp.low - v : (v > ramp.high ? v - ramp.high : 0), ramp);
 }
 
-constexpr int kDepths = 256;
-constexpr int kShortDiffs = 32;  // two 16-entry byte shuffles
 // Run kinds above any weight: groups that need the per-pixel path, through
 // the distance tables (kMixed) or with a 16-entry window of depths (kNarrow).
 constexpr uint16_t kMixed = 0xFFFF;
 constexpr uint16_t kNarrow = 0xFFFE;
-constexpr int kGroup = 16;    // pixels per vector step, one byte each
-constexpr int kStrip = 2048;  // columns per strip: bounds the stack tables
-constexpr int kGroups = kStrip / kGroup;
-
-// The weight as a function of the depth alone, built once per call with the
-// same float arithmetic as the per-pixel formula.
-struct WeightLut {
-  int low;
-  int high;
-  uint16_t by_depth[kDepths];
-  // by_depth[v..same_until[v]] all equal: a depth range weighs as one value.
-  uint8_t same_until[kDepths];
-  // by_depth split into bytes, padded so that 16 entries load from any depth.
-  alignas(16) uint8_t depth_lo[kDepths + kGroup];
-  alignas(16) uint8_t depth_hi[kDepths + kGroup];
-  // Weights of distances 0..31 split into bytes, valid when short_table:
-  // every larger distance weighs as 31 (true with falloff 25). Entries 16..31
-  // hold w(d) ^ w(d - 16), so that xoring both shuffles gives w(d).
-  bool short_table;
-  alignas(16) uint8_t diff_lo[kShortDiffs];
-  alignas(16) uint8_t diff_hi[kShortDiffs];
-};
+constexpr int kGroup = kWeightGroup;
+constexpr int kStrip = kWeightStrip;
+constexpr int kGroups = kWeightGroups;
 
 void BuildLut(const WeightRamp& ramp, WeightLut* lut) {
   lut->low = ramp.low;
@@ -150,128 +126,18 @@ void BuildLut(const WeightRamp& ramp, WeightLut* lut) {
   }
 }
 
-// One output row from a horizontally interpolated depth row `top` and the
-// difference `delta` of the row below it.
-using WeightRowFn = void (*)(const uint16_t* top, const int16_t* delta, int n, int fy,
-                             const WeightLut& lut, uint16_t* out);
-
 void WeightRow_C(const uint16_t* top, const int16_t* delta, int n, int fy, const WeightLut& lut,
                  uint16_t* out) {
   for (int i = 0; i < n; ++i) out[i] = lut.by_depth[Lerp8(top[i], top[i] + delta[i], fy)];
 }
 
-// Whole groups whose depths lie in group_min[g]..group_min[g] + 15.
-using NarrowRowFn = void (*)(const uint16_t* top, const int16_t* delta, const uint8_t* group_min,
-                             int groups, int fy, const WeightLut& lut, uint16_t* out);
-
 void FillRow_C(uint16_t* out, int n, uint16_t w) { std::fill(out, out + n, w); }
 
-#if defined(__SSE4_1__)
-// (a * (256 - f) + b * f + 128) >> 8 == a + (((b - a) * f + 128) >> 8), as
-// a * 256 is a whole multiple of 256; and mulhrs(x, f << 7) ==
-// (x * f * 128 + 2^14) >> 15 == (x * f + 128) >> 8 for |x| <= 255, f <= 255:
-// both operands fit in i16 (f << 7 <= 32640), the result is floored.
-inline __m128i Lerp16_SSE41(__m128i a, __m128i delta, __m128i frac7) {
-  return _mm_add_epi16(a, _mm_mulhrs_epi16(delta, frac7));
-}
-
-inline __m128i DepthOf8_SSE41(const uint16_t* top, const int16_t* delta, __m128i frac7) {
-  return Lerp16_SSE41(_mm_loadu_si128(reinterpret_cast<const __m128i*>(top)),
-                      _mm_loadu_si128(reinterpret_cast<const __m128i*>(delta)), frac7);
-}
-
-// Table lookup by byte shuffles: 16 pixels per step, the distance clamped to
-// 31 and looked up in two 16-entry tables per byte of the weight: the first
-// by d (its low 4 bits), the second by d - 16, which wraps to a set top bit
-// (a zero lookup) for d < 16.
-// Remainder: the scalar formula on the last n mod 16 pixels.
-void WeightRowTable_SSE41(const uint16_t* top, const int16_t* delta, int n, int fy,
-                          const WeightLut& lut, uint16_t* out) {
-  const __m128i lo0 = _mm_load_si128(reinterpret_cast<const __m128i*>(lut.diff_lo));
-  const __m128i lo1 = _mm_load_si128(reinterpret_cast<const __m128i*>(lut.diff_lo + 16));
-  const __m128i hi0 = _mm_load_si128(reinterpret_cast<const __m128i*>(lut.diff_hi));
-  const __m128i hi1 = _mm_load_si128(reinterpret_cast<const __m128i*>(lut.diff_hi + 16));
-  const __m128i frac7 = _mm_set1_epi16(static_cast<int16_t>(fy << 7));
-  const __m128i low = _mm_set1_epi8(static_cast<char>(lut.low));
-  const __m128i high = _mm_set1_epi8(static_cast<char>(lut.high));
-  const __m128i last = _mm_set1_epi8(kShortDiffs - 1);
-  const __m128i sixteen = _mm_set1_epi8(kShortDiffs / 2);
-  int i = 0;
-  for (; i + kGroup <= n; i += kGroup) {
-    const __m128i v = _mm_packus_epi16(DepthOf8_SSE41(top + i, delta + i, frac7),
-                                       DepthOf8_SSE41(top + i + 8, delta + i + 8, frac7));
-    // low <= high, so at most one saturating difference is nonzero.
-    const __m128i d =
-        _mm_min_epu8(_mm_or_si128(_mm_subs_epu8(low, v), _mm_subs_epu8(v, high)), last);
-    const __m128i upper = _mm_sub_epi8(d, sixteen);
-    const __m128i lo = _mm_xor_si128(_mm_shuffle_epi8(lo0, d), _mm_shuffle_epi8(lo1, upper));
-    const __m128i hi = _mm_xor_si128(_mm_shuffle_epi8(hi0, d), _mm_shuffle_epi8(hi1, upper));
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(out + i), _mm_unpacklo_epi8(lo, hi));
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(out + i + 8), _mm_unpackhi_epi8(lo, hi));
-  }
-  WeightRow_C(top + i, delta + i, n - i, fy, lut, out + i);
-}
-
-// Per group, the weights of its 16 depths from group_min on are loaded as
-// shuffle tables and indexed by v - group_min (0..15). Whole groups only.
-void NarrowRow_SSE41(const uint16_t* top, const int16_t* delta, const uint8_t* group_min,
-                     int groups, int fy, const WeightLut& lut, uint16_t* out) {
-  const __m128i frac7 = _mm_set1_epi16(static_cast<int16_t>(fy << 7));
-  for (int g = 0; g < groups; ++g, top += kGroup, delta += kGroup, out += kGroup) {
-    const uint8_t from = group_min[g];
-    const __m128i lo_table = _mm_loadu_si128(reinterpret_cast<const __m128i*>(lut.depth_lo + from));
-    const __m128i hi_table = _mm_loadu_si128(reinterpret_cast<const __m128i*>(lut.depth_hi + from));
-    const __m128i v = _mm_packus_epi16(DepthOf8_SSE41(top, delta, frac7),
-                                       DepthOf8_SSE41(top + 8, delta + 8, frac7));
-    const __m128i index = _mm_sub_epi8(v, _mm_set1_epi8(static_cast<char>(from)));
-    const __m128i lo = _mm_shuffle_epi8(lo_table, index);
-    const __m128i hi = _mm_shuffle_epi8(hi_table, index);
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(out), _mm_unpacklo_epi8(lo, hi));
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(out + 8), _mm_unpackhi_epi8(lo, hi));
-  }
-}
-
-// Remainder: the scalar formula on the last n mod 8 pixels.
-void FillRow_SSE41(uint16_t* out, int n, uint16_t w) {
-  const __m128i value = _mm_set1_epi16(static_cast<int16_t>(w));
-  int i = 0;
-  for (; i + 8 <= n; i += 8) _mm_storeu_si128(reinterpret_cast<__m128i*>(out + i), value);
-  FillRow_C(out + i, n - i, w);
-}
-
-WeightRowFn PickWeightRow(bool short_table) {
-  return short_table ? WeightRowTable_SSE41 : WeightRow_C;
-}
-constexpr auto FillRow = FillRow_SSE41;
-constexpr NarrowRowFn NarrowRow = NarrowRow_SSE41;
-#else
 void NarrowRow_C(const uint16_t* top, const int16_t* delta, const uint8_t*, int groups, int fy,
                  const WeightLut& lut, uint16_t* out) {
   WeightRow_C(top, delta, groups * kGroup, fy, lut, out);
 }
 
-WeightRowFn PickWeightRow(bool) { return WeightRow_C; }
-constexpr auto FillRow = FillRow_C;
-constexpr NarrowRowFn NarrowRow = NarrowRow_C;
-#endif
-
-// Per-column sample positions of one strip of output columns, and for each
-// group of 16 columns the byte shuffles that gather its samples from one
-// 16-byte load of a disparity row.
-struct ColumnTable {
-  int n;
-  int32_t ix[kStrip];
-  int32_t ix1[kStrip];
-  uint8_t fx[kStrip];
-#if defined(__SSE4_1__)
-  int32_t load_at[kGroups];  // first of the 16 bytes loaded; -1: scalar group
-  alignas(16) uint8_t pick0[kGroups][kGroup];
-  alignas(16) uint8_t pick1[kGroups][kGroup];
-  alignas(16) int16_t frac7[kGroups][kGroup];  // fx << 7, the mulhrs scale
-#endif
-};
-
-#if defined(__SSE4_1__)
 // A group is gathered by shuffles when its samples span at most 16 bytes; the
 // load never starts past dW - 16, so it never reads past the row.
 void BuildGroupShuffles(int dW, ColumnTable* c) {
@@ -287,7 +153,6 @@ void BuildGroupShuffles(int dW, ColumnTable* c) {
     }
   }
 }
-#endif
 
 void BuildColumns(int x0, int n, int sx, int dW, ColumnTable* c) {
   c->n = n;
@@ -297,9 +162,7 @@ void BuildColumns(int x0, int n, int sx, int dW, ColumnTable* c) {
     c->ix1[j] = std::min(c->ix[j] + 1, dW - 1);
     c->fx[j] = static_cast<uint8_t>((qx >> kFracShift) & 0xFF);
   }
-#if defined(__SSE4_1__)
   BuildGroupShuffles(dW, c);
-#endif
 }
 
 void LerpColumns_C(const uint8_t* row, const ColumnTable& c, int from, int to, uint16_t* dst) {
@@ -307,52 +170,19 @@ void LerpColumns_C(const uint8_t* row, const ColumnTable& c, int from, int to, u
     dst[j] = static_cast<uint16_t>(Lerp8(row[c.ix[j]], row[c.ix1[j]], c.fx[j]));
 }
 
-#if defined(__SSE4_1__)
-void LerpGroup_SSE41(const uint8_t* row, const ColumnTable& c, int g, uint16_t* dst) {
-  const __m128i src = _mm_loadu_si128(reinterpret_cast<const __m128i*>(row + c.load_at[g]));
-  const __m128i a =
-      _mm_shuffle_epi8(src, _mm_load_si128(reinterpret_cast<const __m128i*>(c.pick0[g])));
-  const __m128i b =
-      _mm_shuffle_epi8(src, _mm_load_si128(reinterpret_cast<const __m128i*>(c.pick1[g])));
-  const __m128i zero = _mm_setzero_si128();
-  const __m128i a_lo = _mm_cvtepu8_epi16(a), a_hi = _mm_unpackhi_epi8(a, zero);
-  const __m128i b_lo = _mm_cvtepu8_epi16(b), b_hi = _mm_unpackhi_epi8(b, zero);
-  const __m128i* frac7 = reinterpret_cast<const __m128i*>(c.frac7[g]);
-  _mm_storeu_si128(reinterpret_cast<__m128i*>(dst),
-                   Lerp16_SSE41(a_lo, _mm_sub_epi16(b_lo, a_lo), _mm_load_si128(frac7)));
-  _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + 8),
-                   Lerp16_SSE41(a_hi, _mm_sub_epi16(b_hi, a_hi), _mm_load_si128(frac7 + 1)));
-}
-#endif
-
-// Remainder: the scalar formula on the last n mod 16 columns and on groups
-// whose samples do not fit one load.
-void LerpColumns(const uint8_t* row, const ColumnTable& c, uint16_t* dst) {
-  int j = 0;
-#if defined(__SSE4_1__)
-  for (int g = 0; j + kGroup <= c.n; ++g, j += kGroup) {
-    if (c.load_at[g] >= 0)
-      LerpGroup_SSE41(row, c, g, dst + j);
-    else
-      LerpColumns_C(row, c, j, j + kGroup, dst);
-  }
-#endif
-  LerpColumns_C(row, c, j, c.n, dst);
-}
-
 // Two horizontally interpolated depth rows, each computed once and reused by
 // every output row that falls between the same pair of disparity rows.
 class RowCache {
  public:
-  RowCache(const uint8_t* depth, int dW, const ColumnTable& cols)
-      : depth_(depth), dW_(dW), cols_(cols) {}
+  RowCache(const uint8_t* depth, int dW, const ColumnTable& cols, LerpColumnsFn lerp)
+      : depth_(depth), dW_(dW), cols_(cols), lerp_(lerp) {}
 
   // The row for disparity row r; never evicts the row `keep` points at.
   const uint16_t* Get(int r, const uint16_t* keep) {
     for (int s = 0; s < 2; ++s)
       if (tag_[s] == r) return rows_[s];
     const int s = (rows_[0] == keep) ? 1 : 0;
-    LerpColumns(depth_ + static_cast<ptrdiff_t>(r) * dW_, cols_, rows_[s]);
+    lerp_(depth_ + static_cast<ptrdiff_t>(r) * dW_, cols_, 0, cols_.n, rows_[s]);
     tag_[s] = r;
     return rows_[s];
   }
@@ -361,6 +191,7 @@ class RowCache {
   const uint8_t* depth_;
   int dW_;
   const ColumnTable& cols_;
+  LerpColumnsFn lerp_;
   int tag_[2] = {-1, -1};
   uint16_t rows_[2][kStrip];
 };
@@ -377,11 +208,6 @@ struct PairRows {
   uint16_t run_weight[kGroups + 1];  // the run's weight, or kMixed
 };
 
-struct DepthRange {
-  int min;
-  int max;
-};
-
 DepthRange GroupRange_C(const uint16_t* top, const uint16_t* bottom, int from, int to,
                         int16_t* delta) {
   DepthRange r = {kDepths, -1};
@@ -393,23 +219,6 @@ DepthRange GroupRange_C(const uint16_t* top, const uint16_t* bottom, int from, i
   return r;
 }
 
-#if defined(__SSE4_1__)
-// Horizontal min by minpos; the max as the min of the complements.
-DepthRange GroupRange_SSE41(const uint16_t* top, const uint16_t* bottom, int from, int16_t* delta) {
-  const __m128i* t = reinterpret_cast<const __m128i*>(top + from);
-  const __m128i* b = reinterpret_cast<const __m128i*>(bottom + from);
-  const __m128i t0 = _mm_loadu_si128(t), t1 = _mm_loadu_si128(t + 1);
-  const __m128i b0 = _mm_loadu_si128(b), b1 = _mm_loadu_si128(b + 1);
-  _mm_storeu_si128(reinterpret_cast<__m128i*>(delta + from), _mm_sub_epi16(b0, t0));
-  _mm_storeu_si128(reinterpret_cast<__m128i*>(delta + from + 8), _mm_sub_epi16(b1, t1));
-  const __m128i lo = _mm_min_epu16(_mm_min_epu16(t0, t1), _mm_min_epu16(b0, b1));
-  const __m128i hi = _mm_max_epu16(_mm_max_epu16(t0, t1), _mm_max_epu16(b0, b1));
-  const __m128i ones = _mm_set1_epi32(-1);
-  return {_mm_extract_epi16(_mm_minpos_epu16(lo), 0),
-          0xFFFF - _mm_extract_epi16(_mm_minpos_epu16(_mm_xor_si128(hi, ones)), 0)};
-}
-#endif
-
 // The kind of one group: its weight when its depth range weighs as one value.
 uint16_t GroupKind(const DepthRange& r, const WeightLut& lut) {
   if (lut.same_until[r.min] >= r.max) return lut.by_depth[r.min];
@@ -418,16 +227,12 @@ uint16_t GroupKind(const DepthRange& r, const WeightLut& lut) {
 
 // Ranges and kinds first (no stores feed back into the loop), then the runs.
 // Remainder: the last n mod 16 columns form a run of their own, always mixed.
-void PreparePair(const uint16_t* top, const uint16_t* bottom, int n, const WeightLut& lut,
-                 PairRows* p) {
+void PreparePair(GroupRangeFn group_range, const uint16_t* top, const uint16_t* bottom, int n,
+                 const WeightLut& lut, PairRows* p) {
   const int groups = n / kGroup;
   uint16_t kind[kGroups];
   for (int g = 0; g < groups; ++g) {
-#if defined(__SSE4_1__)
-    const DepthRange r = GroupRange_SSE41(top, bottom, g * kGroup, p->delta);
-#else
-    const DepthRange r = GroupRange_C(top, bottom, g * kGroup, (g + 1) * kGroup, p->delta);
-#endif
+    const DepthRange r = group_range(top, bottom, g * kGroup, p->delta);
     p->group_min[g] = static_cast<uint8_t>(r.min);
     kind[g] = GroupKind(r, lut);
   }
@@ -448,23 +253,36 @@ void PreparePair(const uint16_t* top, const uint16_t* bottom, int n, const Weigh
   p->runs = runs;
 }
 
-void WriteRow(const uint16_t* top, const PairRows& p, int fy, const WeightLut& lut,
-              WeightRowFn row_fn, uint16_t* out) {
+void WriteRow(const RowKernels& k, const uint16_t* top, const PairRows& p, int fy,
+              const WeightLut& lut, WeightRowFn row_fn, uint16_t* out) {
   int from = 0;
   for (int r = 0; r < p.runs; ++r) {
     const int to = p.run_end[r];
     if (p.run_weight[r] == kMixed)
       row_fn(top + from, p.delta + from, to - from, fy, lut, out + from);
     else if (p.run_weight[r] == kNarrow)
-      NarrowRow(top + from, p.delta + from, p.group_min + from / kGroup, (to - from) / kGroup, fy,
-                lut, out + from);
+      k.weight_narrow_row(top + from, p.delta + from, p.group_min + from / kGroup,
+                          (to - from) / kGroup, fy, lut, out + from);
     else
-      FillRow(out + from, to - from, p.run_weight[r]);
+      k.weight_fill_row(out + from, to - from, p.run_weight[r]);
     from = to;
   }
 }
 
+DepthRange GroupRange16_C(const uint16_t* top, const uint16_t* bottom, int from, int16_t* delta) {
+  return GroupRange_C(top, bottom, from, from + kGroup, delta);
+}
+
 }  // namespace
+
+void FillWeight_C(RowKernels* k) {
+  k->weight_row = WeightRow_C;
+  k->weight_row_short = WeightRow_C;
+  k->weight_narrow_row = NarrowRow_C;
+  k->weight_fill_row = FillRow_C;
+  k->weight_lerp_columns = LerpColumns_C;
+  k->weight_group_range = GroupRange16_C;
+}
 
 DOFRA_WEIGHT_UP(__WeightInterpolateUp_c) {
   const int sx = (dW * kFixOne) / W;
@@ -501,12 +319,13 @@ DOFRA_WEIGHT_UP(__WeightInterpolateUp) {
                            strength};
   WeightLut lut;
   BuildLut(ramp, &lut);
-  const WeightRowFn row_fn = PickWeightRow(lut.short_table);
+  const RowKernels& k = ActiveRowKernels();
+  const WeightRowFn row_fn = lut.short_table ? k.weight_row_short : k.weight_row;
   ColumnTable cols;
   PairRows pair;
   for (int x0 = 0; x0 < W; x0 += kStrip) {
     BuildColumns(x0, std::min(kStrip, W - x0), sx, dW, &cols);
-    RowCache cache(smooth, dW, cols);
+    RowCache cache(smooth, dW, cols, k.weight_lerp_columns);
     const uint16_t* top = nullptr;
     int pair_row = -1;
     int qy = first_row * sy;
@@ -514,10 +333,11 @@ DOFRA_WEIGHT_UP(__WeightInterpolateUp) {
       const int iy = qy >> kFixShift, fy = (qy >> kFracShift) & 0xFF;
       if (iy != pair_row) {
         top = cache.Get(iy, nullptr);
-        PreparePair(top, cache.Get(std::min(iy + 1, dH - 1), top), cols.n, lut, &pair);
+        PreparePair(k.weight_group_range, top, cache.Get(std::min(iy + 1, dH - 1), top), cols.n,
+                    lut, &pair);
         pair_row = iy;
       }
-      WriteRow(top, pair, fy, lut, row_fn, out + static_cast<ptrdiff_t>(y) * W + x0);
+      WriteRow(k, top, pair, fy, lut, row_fn, out + static_cast<ptrdiff_t>(y) * W + x0);
     }
   }
 }

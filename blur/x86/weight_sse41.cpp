@@ -1,0 +1,164 @@
+// SSE4.1 row helpers of the weight-map interpolation and the depth range
+// (the drivers and the scalar formulas are in weight/weight_map.cpp and
+// weight/depth_table.cpp).
+#include <smmintrin.h>
+
+#include <cstdint>
+
+#include "blur/row_kernels.h"
+
+namespace {
+
+constexpr int kGroup = kWeightGroup;
+constexpr int kVec = 16;
+
+// (a * (256 - f) + b * f + 128) >> 8 == a + (((b - a) * f + 128) >> 8), as
+// a * 256 is a whole multiple of 256; and mulhrs(x, f << 7) ==
+// (x * f * 128 + 2^14) >> 15 == (x * f + 128) >> 8 for |x| <= 255, f <= 255:
+// both operands fit in i16 (f << 7 <= 32640), the result is floored.
+inline __m128i Lerp16_SSE41(__m128i a, __m128i delta, __m128i frac7) {
+  return _mm_add_epi16(a, _mm_mulhrs_epi16(delta, frac7));
+}
+
+inline __m128i DepthOf8_SSE41(const uint16_t* top, const int16_t* delta, __m128i frac7) {
+  return Lerp16_SSE41(_mm_loadu_si128(reinterpret_cast<const __m128i*>(top)),
+                      _mm_loadu_si128(reinterpret_cast<const __m128i*>(delta)), frac7);
+}
+
+// Table lookup by byte shuffles: 16 pixels per step, the distance clamped to
+// 31 and looked up in two 16-entry tables per byte of the weight: the first
+// by d (its low 4 bits), the second by d - 16, which wraps to a set top bit
+// (a zero lookup) for d < 16.
+// Remainder: the scalar formula on the last n mod 16 pixels.
+void WeightRowTable_SSE41(const uint16_t* top, const int16_t* delta, int n, int fy,
+                          const WeightLut& lut, uint16_t* out) {
+  const __m128i lo0 = _mm_load_si128(reinterpret_cast<const __m128i*>(lut.diff_lo));
+  const __m128i lo1 = _mm_load_si128(reinterpret_cast<const __m128i*>(lut.diff_lo + 16));
+  const __m128i hi0 = _mm_load_si128(reinterpret_cast<const __m128i*>(lut.diff_hi));
+  const __m128i hi1 = _mm_load_si128(reinterpret_cast<const __m128i*>(lut.diff_hi + 16));
+  const __m128i frac7 = _mm_set1_epi16(static_cast<int16_t>(fy << 7));
+  const __m128i low = _mm_set1_epi8(static_cast<char>(lut.low));
+  const __m128i high = _mm_set1_epi8(static_cast<char>(lut.high));
+  const __m128i last = _mm_set1_epi8(kShortDiffs - 1);
+  const __m128i sixteen = _mm_set1_epi8(kShortDiffs / 2);
+  int i = 0;
+  for (; i + kGroup <= n; i += kGroup) {
+    const __m128i v = _mm_packus_epi16(DepthOf8_SSE41(top + i, delta + i, frac7),
+                                       DepthOf8_SSE41(top + i + 8, delta + i + 8, frac7));
+    // low <= high, so at most one saturating difference is nonzero.
+    const __m128i d =
+        _mm_min_epu8(_mm_or_si128(_mm_subs_epu8(low, v), _mm_subs_epu8(v, high)), last);
+    const __m128i upper = _mm_sub_epi8(d, sixteen);
+    const __m128i lo = _mm_xor_si128(_mm_shuffle_epi8(lo0, d), _mm_shuffle_epi8(lo1, upper));
+    const __m128i hi = _mm_xor_si128(_mm_shuffle_epi8(hi0, d), _mm_shuffle_epi8(hi1, upper));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(out + i), _mm_unpacklo_epi8(lo, hi));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(out + i + 8), _mm_unpackhi_epi8(lo, hi));
+  }
+  ScalarRowKernels().weight_row(top + i, delta + i, n - i, fy, lut, out + i);
+}
+
+// Per group, the weights of its 16 depths from group_min on are loaded as
+// shuffle tables and indexed by v - group_min (0..15). Whole groups only.
+void NarrowRow_SSE41(const uint16_t* top, const int16_t* delta, const uint8_t* group_min,
+                     int groups, int fy, const WeightLut& lut, uint16_t* out) {
+  const __m128i frac7 = _mm_set1_epi16(static_cast<int16_t>(fy << 7));
+  for (int g = 0; g < groups; ++g, top += kGroup, delta += kGroup, out += kGroup) {
+    const uint8_t from = group_min[g];
+    const __m128i lo_table = _mm_loadu_si128(reinterpret_cast<const __m128i*>(lut.depth_lo + from));
+    const __m128i hi_table = _mm_loadu_si128(reinterpret_cast<const __m128i*>(lut.depth_hi + from));
+    const __m128i v = _mm_packus_epi16(DepthOf8_SSE41(top, delta, frac7),
+                                       DepthOf8_SSE41(top + 8, delta + 8, frac7));
+    const __m128i index = _mm_sub_epi8(v, _mm_set1_epi8(static_cast<char>(from)));
+    const __m128i lo = _mm_shuffle_epi8(lo_table, index);
+    const __m128i hi = _mm_shuffle_epi8(hi_table, index);
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(out), _mm_unpacklo_epi8(lo, hi));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(out + 8), _mm_unpackhi_epi8(lo, hi));
+  }
+}
+
+// Remainder: the scalar formula on the last n mod 8 pixels.
+void FillRow_SSE41(uint16_t* out, int n, uint16_t w) {
+  const __m128i value = _mm_set1_epi16(static_cast<int16_t>(w));
+  int i = 0;
+  for (; i + 8 <= n; i += 8) _mm_storeu_si128(reinterpret_cast<__m128i*>(out + i), value);
+  ScalarRowKernels().weight_fill_row(out + i, n - i, w);
+}
+
+void LerpGroup_SSE41(const uint8_t* row, const ColumnTable& c, int g, uint16_t* dst) {
+  const __m128i src = _mm_loadu_si128(reinterpret_cast<const __m128i*>(row + c.load_at[g]));
+  const __m128i a =
+      _mm_shuffle_epi8(src, _mm_load_si128(reinterpret_cast<const __m128i*>(c.pick0[g])));
+  const __m128i b =
+      _mm_shuffle_epi8(src, _mm_load_si128(reinterpret_cast<const __m128i*>(c.pick1[g])));
+  const __m128i zero = _mm_setzero_si128();
+  const __m128i a_lo = _mm_cvtepu8_epi16(a), a_hi = _mm_unpackhi_epi8(a, zero);
+  const __m128i b_lo = _mm_cvtepu8_epi16(b), b_hi = _mm_unpackhi_epi8(b, zero);
+  const __m128i* frac7 = reinterpret_cast<const __m128i*>(c.frac7[g]);
+  _mm_storeu_si128(reinterpret_cast<__m128i*>(dst),
+                   Lerp16_SSE41(a_lo, _mm_sub_epi16(b_lo, a_lo), _mm_load_si128(frac7)));
+  _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + 8),
+                   Lerp16_SSE41(a_hi, _mm_sub_epi16(b_hi, a_hi), _mm_load_si128(frac7 + 1)));
+}
+
+// Remainder: the scalar formula on the last columns and on groups whose
+// samples do not fit one load.
+void LerpColumns_SSE41(const uint8_t* row, const ColumnTable& c, int from, int to, uint16_t* dst) {
+  const LerpColumnsFn formula = ScalarRowKernels().weight_lerp_columns;
+  int j = from;
+  for (int g = from / kGroup; j + kGroup <= to; ++g, j += kGroup) {
+    if (c.load_at[g] >= 0)
+      LerpGroup_SSE41(row, c, g, dst + j);
+    else
+      formula(row, c, j, j + kGroup, dst);
+  }
+  formula(row, c, j, to, dst);
+}
+
+// Horizontal min by minpos; the max as the min of the complements.
+DepthRange GroupRange_SSE41(const uint16_t* top, const uint16_t* bottom, int from, int16_t* delta) {
+  const __m128i* t = reinterpret_cast<const __m128i*>(top + from);
+  const __m128i* b = reinterpret_cast<const __m128i*>(bottom + from);
+  const __m128i t0 = _mm_loadu_si128(t), t1 = _mm_loadu_si128(t + 1);
+  const __m128i b0 = _mm_loadu_si128(b), b1 = _mm_loadu_si128(b + 1);
+  _mm_storeu_si128(reinterpret_cast<__m128i*>(delta + from), _mm_sub_epi16(b0, t0));
+  _mm_storeu_si128(reinterpret_cast<__m128i*>(delta + from + 8), _mm_sub_epi16(b1, t1));
+  const __m128i lo = _mm_min_epu16(_mm_min_epu16(t0, t1), _mm_min_epu16(b0, b1));
+  const __m128i hi = _mm_max_epu16(_mm_max_epu16(t0, t1), _mm_max_epu16(b0, b1));
+  const __m128i ones = _mm_set1_epi32(-1);
+  return {_mm_extract_epi16(_mm_minpos_epu16(lo), 0),
+          0xFFFF - _mm_extract_epi16(_mm_minpos_epu16(_mm_xor_si128(hi, ones)), 0)};
+}
+
+// Folds the 16 lanes into lane 0 by halving four times.
+template <typename Op>
+__m128i ReduceLanes(__m128i v, Op op) {
+  v = op(v, _mm_srli_si128(v, 8));
+  v = op(v, _mm_srli_si128(v, 4));
+  v = op(v, _mm_srli_si128(v, 2));
+  return op(v, _mm_srli_si128(v, 1));
+}
+
+void MinMaxBody_SSE41(const uint8_t* src, int body, uint8_t* min_out, uint8_t* max_out) {
+  __m128i vmin = _mm_set1_epi8(static_cast<char>(0xFF));
+  __m128i vmax = _mm_setzero_si128();
+  for (int i = 0; i < body; i += kVec) {
+    const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(src + i));
+    vmin = _mm_min_epu8(vmin, v);
+    vmax = _mm_max_epu8(vmax, v);
+  }
+  vmin = ReduceLanes(vmin, [](__m128i a, __m128i b) { return _mm_min_epu8(a, b); });
+  vmax = ReduceLanes(vmax, [](__m128i a, __m128i b) { return _mm_max_epu8(a, b); });
+  *min_out = static_cast<uint8_t>(_mm_extract_epi8(vmin, 0));
+  *max_out = static_cast<uint8_t>(_mm_extract_epi8(vmax, 0));
+}
+
+}  // namespace
+
+void FillWeight_SSE41(RowKernels* k) {
+  k->weight_row_short = WeightRowTable_SSE41;
+  k->weight_narrow_row = NarrowRow_SSE41;
+  k->weight_fill_row = FillRow_SSE41;
+  k->weight_lerp_columns = LerpColumns_SSE41;
+  k->weight_group_range = GroupRange_SSE41;
+  k->depth_min_max_body = MinMaxBody_SSE41;
+}

@@ -1,0 +1,55 @@
+// The row-kernel tables: every level the CPU has fills every entry, each
+// vector level replaces entries of the level below it, and forcing a level
+// switches the table the _neon members run.
+#include "blur/row_kernels.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <vector>
+
+namespace {
+
+const SimdLevel kLevels[] = {SimdLevel::kScalar, SimdLevel::kSse41, SimdLevel::kAvx2,
+                             SimdLevel::kNeon};
+
+// Every member of the table is a function pointer.
+std::vector<uintptr_t> Entries(const RowKernels& k) {
+  static_assert(sizeof(RowKernels) % sizeof(void (*)()) == 0, "only function pointers");
+  std::vector<uintptr_t> e(sizeof(RowKernels) / sizeof(void (*)()));
+  std::memcpy(e.data(), &k, sizeof(k));
+  return e;
+}
+
+TEST(RowKernels, AvailableLevelsFillEveryEntryAndVectorLevelsReplaceSome) {
+  std::vector<uintptr_t> below;
+  for (SimdLevel level : kLevels) {
+    if (!SimdLevelAvailable(level)) {
+      std::printf("skipped %s: not on this CPU or build\n", SimdLevelName(level));
+      continue;
+    }
+    const std::vector<uintptr_t> e = Entries(RowKernelsAt(level));
+    for (size_t i = 0; i < e.size(); ++i) EXPECT_NE(e[i], 0u) << SimdLevelName(level) << " #" << i;
+    if (!below.empty()) {
+      EXPECT_NE(e, below) << SimdLevelName(level) << " replaces nothing";
+    }
+    below = e;
+  }
+}
+
+TEST(RowKernels, ForcingALevelSwitchesTheActiveTable) {
+  const SimdLevel best = ActiveSimdLevel();
+  for (SimdLevel level : kLevels) {
+    const SimdLevel before = ActiveSimdLevel();
+    const bool available = SimdLevelAvailable(level);
+    EXPECT_EQ(ForceSimdLevel(level), available) << SimdLevelName(level);
+    EXPECT_EQ(ActiveSimdLevel(), available ? level : before);
+    EXPECT_EQ(&ActiveRowKernels(), &RowKernelsAt(ActiveSimdLevel()));
+  }
+  EXPECT_EQ(&ScalarRowKernels(), &RowKernelsAt(SimdLevel::kScalar));
+  ForceSimdLevel(best);
+}
+
+}  // namespace
