@@ -10,6 +10,7 @@ namespace {
 //   scalar   blur/*.cpp, weight/*.cpp       every entry: the formulas
 //   sse4.1   blur/x86/*_sse41.cpp           every entry but weight_row
 //   avx2     blur/x86/*_avx2.cpp            compositing, shrinks
+//   neon     blur/arm/*_neon.cpp            shrinks
 RowKernels BuildTable(SimdLevel level) {
   RowKernels k{};
   FillCompositeY_C(&k);
@@ -34,6 +35,11 @@ RowKernels BuildTable(SimdLevel level) {
     FillCompositeUV_AVX2(&k);
     FillShrinkY_AVX2(&k);
     FillShrinkUV_AVX2(&k);
+  }
+#elif defined(DOFRA_ARM_KERNELS)
+  if (level == SimdLevel::kNeon && SimdLevelAvailable(SimdLevel::kNeon)) {
+    FillShrinkY_NEON(&k);
+    FillShrinkUV_NEON(&k);
   }
 #else
   (void)level;

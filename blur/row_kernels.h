@@ -3,8 +3,8 @@
 //
 // The plane drivers and the scalar formulas live in blur/*.cpp and
 // weight/*.cpp, one unit per family. Each instruction set has its own files,
-// compiled with its own flags only (blur/x86/*_sse41.cpp, *_avx2.cpp), that
-// override the entries they vectorise. A table per level is filled once per
+// compiled with its own flags only (blur/x86/*_sse41.cpp, *_avx2.cpp,
+// blur/arm/*_neon.cpp), that override the entries they vectorise. A table per level is filled once per
 // process: the scalar entries first, then each level up to the requested one
 // (row_kernels.cpp lists which files fill which level).
 //
@@ -145,5 +145,8 @@ void FillCompositeY_AVX2(RowKernels* k);
 void FillCompositeUV_AVX2(RowKernels* k);
 void FillShrinkY_AVX2(RowKernels* k);
 void FillShrinkUV_AVX2(RowKernels* k);
+
+void FillShrinkY_NEON(RowKernels* k);
+void FillShrinkUV_NEON(RowKernels* k);
 
 #endif  // DOFRA_BLUR_ROW_KERNELS_H
