@@ -10,7 +10,7 @@ namespace {
 //   scalar   blur/*.cpp, weight/*.cpp       every entry: the formulas
 //   sse4.1   blur/x86/*_sse41.cpp           every entry but weight_row
 //   avx2     blur/x86/*_avx2.cpp            compositing, shrinks
-//   neon     blur/arm/*_neon.cpp            shrinks
+//   neon     blur/arm/*_neon.cpp            compositing, shrinks
 RowKernels BuildTable(SimdLevel level) {
   RowKernels k{};
   FillCompositeY_C(&k);
@@ -38,6 +38,8 @@ RowKernels BuildTable(SimdLevel level) {
   }
 #elif defined(DOFRA_ARM_KERNELS)
   if (level == SimdLevel::kNeon && SimdLevelAvailable(SimdLevel::kNeon)) {
+    FillCompositeY_NEON(&k);
+    FillCompositeUV_NEON(&k);
     FillShrinkY_NEON(&k);
     FillShrinkUV_NEON(&k);
   }
