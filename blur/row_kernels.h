@@ -150,5 +150,6 @@ void FillCompositeY_NEON(RowKernels* k);
 void FillCompositeUV_NEON(RowKernels* k);
 void FillShrinkY_NEON(RowKernels* k);
 void FillShrinkUV_NEON(RowKernels* k);
+void FillSmooth_NEON(RowKernels* k);
 
 #endif  // DOFRA_BLUR_ROW_KERNELS_H
