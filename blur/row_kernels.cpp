@@ -10,7 +10,7 @@ namespace {
 //   scalar   blur/*.cpp, weight/*.cpp       every entry: the formulas
 //   sse4.1   blur/x86/*_sse41.cpp           every entry but weight_row
 //   avx2     blur/x86/*_avx2.cpp            compositing, shrinks
-//   neon     blur/arm/*_neon.cpp            compositing, shrinks, smoothing
+//   neon     blur/arm/*_neon.cpp            as sse4.1
 RowKernels BuildTable(SimdLevel level) {
   RowKernels k{};
   FillCompositeY_C(&k);
@@ -43,6 +43,7 @@ RowKernels BuildTable(SimdLevel level) {
     FillShrinkY_NEON(&k);
     FillShrinkUV_NEON(&k);
     FillSmooth_NEON(&k);
+    FillWeight_NEON(&k);
   }
 #else
   (void)level;

@@ -151,5 +151,6 @@ void FillCompositeUV_NEON(RowKernels* k);
 void FillShrinkY_NEON(RowKernels* k);
 void FillShrinkUV_NEON(RowKernels* k);
 void FillSmooth_NEON(RowKernels* k);
+void FillWeight_NEON(RowKernels* k);
 
 #endif  // DOFRA_BLUR_ROW_KERNELS_H
