@@ -141,22 +141,52 @@ void FillCommon(BandTask* t, const DofraHandle* handle, const BlurContext* ctx,
   t->smoothed_plane = smoothed_plane;
 }
 
+// A band is processed in strips of output rows, small enough that the source
+// rows a strip shrinks are still in cache when the same strip composites
+// them. Each strip first shrinks and smooths only the small rows that no
+// earlier strip of the band did, so the band computes exactly the rows it
+// computes in one piece, and every member gives the same bytes on a row
+// range as on the whole band.
+constexpr int kStripRows = 64;
+// The final strip keeps at least the member's bottom rows (at most 8): they
+// follow their own rule only in a call that ends at the plane's last row, and
+// a strip ending among them would read below the small plane.
+constexpr int kMinFinalStrip = 8;
+
 // Shrink the rows the smoothing reads, smooth the rows the enlargement reads,
-// then write the band's own destination rows.
+// then write the strip's own destination rows.
 void RunBand(BandTask* t, ShrinkFn shrink, SmoothFn smooth, BlendFn blend) {
   const int r = t->kernel_size / 2;
   const int y0 = t->small_first_row - r < 0 ? 0 : t->small_first_row - r;
   const int y1 =
       t->small_last_row + r < t->small_height - 1 ? t->small_last_row + r : t->small_height - 1;
-  shrink(t->source, t->small_plane, t->shrink_tmp, t->width, t->height, t->small_width,
-         t->small_height, y0, y1);
-  (void)getTime();
-  smooth(t->small_plane, t->padded_input, t->smoothed_plane, t->small_width, t->small_height,
-         t->kernel_weights, r, r, t->integral_scratch, t->small_first_row, t->small_last_row);
-  (void)getTime();
-  blend(t->source, t->width, t->height, t->small_width, t->small_height, t->weight_map,
-        t->smoothed_plane, t->destination, t->first_row, t->last_row);
-  (void)getTime();
+  int shrunk = y0 - 1;                    // last small row shrunk so far
+  int smoothed = t->small_first_row - 1;  // last small row smoothed so far
+  for (int first = t->first_row; first <= t->last_row;) {
+    const int last = t->last_row - (first + kStripRows - 1) < kMinFinalStrip
+                         ? t->last_row
+                         : first + kStripRows - 1;
+    // Output row q interpolates small rows up to q / s + 1.
+    const int below = last / t->scale_factor + 1;
+    const int need = last == t->last_row || below > t->small_last_row ? t->small_last_row : below;
+    if (need > smoothed) {
+      const int shrink_to = need + r < y1 ? need + r : y1;
+      if (shrink_to > shrunk) {
+        shrink(t->source, t->small_plane, t->shrink_tmp, t->width, t->height, t->small_width,
+               t->small_height, shrunk + 1, shrink_to);
+        shrunk = shrink_to;
+      }
+      (void)getTime();
+      smooth(t->small_plane, t->padded_input, t->smoothed_plane, t->small_width, t->small_height,
+             t->kernel_weights, r, r, t->integral_scratch, smoothed + 1, need);
+      smoothed = need;
+      (void)getTime();
+    }
+    blend(t->source, t->width, t->height, t->small_width, t->small_height, t->weight_map,
+          t->smoothed_plane, t->destination, first, last);
+    (void)getTime();
+    first = last + 1;
+  }
   one_thread_done(t->pool);
 }
 

@@ -6,11 +6,11 @@ namespace {
 // keeps the entries below it: even its fill functions are compiled for it,
 // so none of its code runs on a CPU without it.
 //
-//   level    files                          entries
-//   scalar   blur/*.cpp, weight/*.cpp       every entry: the formulas
-//   sse4.1   blur/x86/*_sse41.cpp           every entry but weight_row
-//   avx2     blur/x86/*_avx2.cpp            compositing, shrinks
-//   neon     blur/arm/*_neon.cpp            as sse4.1
+//   level    files                      entries
+//   scalar   blur/*.cpp, weight/*.cpp   every entry: the formulas
+//   sse4.1   blur/x86/*_sse41.cpp       every entry but weight_row
+//   avx2     blur/x86/*_avx2.cpp        compositing, shrinks, sliding box, weight rows
+//   neon     blur/arm/*_neon.cpp        every entry but weight_row
 RowKernels BuildTable(SimdLevel level) {
   RowKernels k{};
   FillCompositeY_C(&k);
@@ -35,6 +35,8 @@ RowKernels BuildTable(SimdLevel level) {
     FillCompositeUV_AVX2(&k);
     FillShrinkY_AVX2(&k);
     FillShrinkUV_AVX2(&k);
+    FillSmooth_AVX2(&k);
+    FillWeight_AVX2(&k);
   }
 #elif defined(DOFRA_ARM_KERNELS)
   if (level == SimdLevel::kNeon && SimdLevelAvailable(SimdLevel::kNeon)) {

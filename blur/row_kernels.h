@@ -146,6 +146,8 @@ void FillCompositeY_AVX2(RowKernels* k);
 void FillCompositeUV_AVX2(RowKernels* k);
 void FillShrinkY_AVX2(RowKernels* k);
 void FillShrinkUV_AVX2(RowKernels* k);
+void FillSmooth_AVX2(RowKernels* k);
+void FillWeight_AVX2(RowKernels* k);
 
 void FillCompositeY_NEON(RowKernels* k);
 void FillCompositeUV_NEON(RowKernels* k);

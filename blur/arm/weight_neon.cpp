@@ -55,7 +55,7 @@ void WeightRowTable_NEON(const uint16_t* top, const int16_t* delta, int n, int f
     const uint8x16_t d = vminq_u8(vorrq_u8(vqsubq_u8(low, v), vqsubq_u8(v, high)), last);
     StoreWeights16(out + i, vqtbl2q_u8(lo_table, d), vqtbl2q_u8(hi_table, d));
   }
-  ScalarRowKernels().weight_row(top + i, delta + i, n - i, fy, lut, out + i);
+  if (i < n) ScalarRowKernels().weight_row(top + i, delta + i, n - i, fy, lut, out + i);
 }
 
 // Per group, the weights of its 16 depths from group_min on are loaded as
@@ -76,7 +76,7 @@ void FillRow_NEON(uint16_t* out, int n, uint16_t w) {
   const uint16x8_t value = vdupq_n_u16(w);
   int i = 0;
   for (; i + 8 <= n; i += 8) vst1q_u16(out + i, value);
-  ScalarRowKernels().weight_fill_row(out + i, n - i, w);
+  if (i < n) ScalarRowKernels().weight_fill_row(out + i, n - i, w);
 }
 
 inline int16x8_t WidenLow(uint8x16_t v) { return vreinterpretq_s16_u16(vmovl_u8(vget_low_u8(v))); }

@@ -54,7 +54,7 @@ void WeightRowTable_SSE41(const uint16_t* top, const int16_t* delta, int n, int 
     _mm_storeu_si128(reinterpret_cast<__m128i*>(out + i), _mm_unpacklo_epi8(lo, hi));
     _mm_storeu_si128(reinterpret_cast<__m128i*>(out + i + 8), _mm_unpackhi_epi8(lo, hi));
   }
-  ScalarRowKernels().weight_row(top + i, delta + i, n - i, fy, lut, out + i);
+  if (i < n) ScalarRowKernels().weight_row(top + i, delta + i, n - i, fy, lut, out + i);
 }
 
 // Per group, the weights of its 16 depths from group_min on are loaded as
@@ -81,7 +81,7 @@ void FillRow_SSE41(uint16_t* out, int n, uint16_t w) {
   const __m128i value = _mm_set1_epi16(static_cast<int16_t>(w));
   int i = 0;
   for (; i + 8 <= n; i += 8) _mm_storeu_si128(reinterpret_cast<__m128i*>(out + i), value);
-  ScalarRowKernels().weight_fill_row(out + i, n - i, w);
+  if (i < n) ScalarRowKernels().weight_fill_row(out + i, n - i, w);
 }
 
 void LerpGroup_SSE41(const uint8_t* row, const ColumnTable& c, int g, uint16_t* dst) {
