@@ -115,13 +115,14 @@ struct RowKernels {
   NarrowRowFn weight_narrow_row;  // whole groups within a 16-depth window
   FillRowFn weight_fill_row;      // one weight
   LerpColumnsFn weight_lerp_columns;
-  GroupRangeFn weight_group_range;  // one group of 16 columns
+  PairRangesFn weight_pair_ranges;
   // Minimum and maximum of src[0, body), body a multiple of 16.
   void (*depth_min_max_body)(const uint8_t* src, int body, uint8_t* min_out, uint8_t* max_out);
 };
 
-// The table of `level` (every entry set, the scalar formula where the level
-// has no member of its own), and the tables the kernels run.
+// The table of `level`: every entry set, to the member of the nearest level
+// below where the level has none of its own (the scalar formula last), and
+// the tables the kernels run.
 const RowKernels& RowKernelsAt(SimdLevel level);
 const RowKernels& ActiveRowKernels();  // the _neon members and their kin
 const RowKernels& ScalarRowKernels();  // the _c members

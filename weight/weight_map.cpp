@@ -126,16 +126,19 @@ void BuildLut(const WeightRamp& ramp, WeightLut* lut) {
   }
 }
 
-void WeightRow_C(const uint16_t* top, const int16_t* delta, int n, int fy, const WeightLut& lut,
-                 uint16_t* out) {
-  for (int i = 0; i < n; ++i) out[i] = lut.by_depth[Lerp8(top[i], top[i] + delta[i], fy)];
+void WeightRow_C(const uint16_t* top, const int16_t* delta, int from, int to,
+                 const WeightRows& rows, const WeightLut& lut) {
+  for (int i = 0; i < rows.count; ++i) {
+    for (int j = from; j < to; ++j)
+      rows.out[i][j] = lut.by_depth[Lerp8(top[j], top[j] + delta[j], rows.fy[i])];
+  }
 }
 
 void FillRow_C(uint16_t* out, int n, uint16_t w) { std::fill(out, out + n, w); }
 
-void NarrowRow_C(const uint16_t* top, const int16_t* delta, const uint8_t*, int groups, int fy,
-                 const WeightLut& lut, uint16_t* out) {
-  WeightRow_C(top, delta, groups * kGroup, fy, lut, out);
+void NarrowRow_C(const uint16_t* top, const int16_t* delta, const uint8_t*, int from, int to,
+                 const WeightRows& rows, const WeightLut& lut) {
+  WeightRow_C(top, delta, from, to, rows, lut);
 }
 
 // A group is gathered by shuffles when its samples span at most 16 bytes; the
@@ -208,6 +211,11 @@ struct PairRows {
   uint16_t run_weight[kGroups + 1];  // the run's weight, or kMixed
 };
 
+struct DepthRange {
+  int min;
+  int max;
+};
+
 DepthRange GroupRange_C(const uint16_t* top, const uint16_t* bottom, int from, int to,
                         int16_t* delta) {
   DepthRange r = {kDepths, -1};
@@ -219,6 +227,15 @@ DepthRange GroupRange_C(const uint16_t* top, const uint16_t* bottom, int from, i
   return r;
 }
 
+void PairRanges_C(const uint16_t* top, const uint16_t* bottom, int groups, int16_t* delta,
+                  uint8_t* group_min, uint8_t* group_max) {
+  for (int g = 0; g < groups; ++g) {
+    const DepthRange r = GroupRange_C(top, bottom, g * kGroup, (g + 1) * kGroup, delta);
+    group_min[g] = static_cast<uint8_t>(r.min);
+    group_max[g] = static_cast<uint8_t>(r.max);
+  }
+}
+
 // The kind of one group: its weight when its depth range weighs as one value.
 uint16_t GroupKind(const DepthRange& r, const WeightLut& lut) {
   if (lut.same_until[r.min] >= r.max) return lut.by_depth[r.min];
@@ -227,23 +244,18 @@ uint16_t GroupKind(const DepthRange& r, const WeightLut& lut) {
 
 // Ranges and kinds first (no stores feed back into the loop), then the runs.
 // Remainder: the last n mod 16 columns form a run of their own, always mixed.
-void PreparePair(GroupRangeFn group_range, const uint16_t* top, const uint16_t* bottom, int n,
+void PreparePair(PairRangesFn pair_ranges, const uint16_t* top, const uint16_t* bottom, int n,
                  const WeightLut& lut, PairRows* p) {
   const int groups = n / kGroup;
-  uint16_t kind[kGroups];
-  for (int g = 0; g < groups; ++g) {
-    const DepthRange r = group_range(top, bottom, g * kGroup, p->delta);
-    p->group_min[g] = static_cast<uint8_t>(r.min);
-    kind[g] = GroupKind(r, lut);
-  }
+  uint8_t group_max[kGroups];
+  pair_ranges(top, bottom, groups, p->delta, p->group_min, group_max);
+  // The current run's kind stays in a register rather than being read back.
   int runs = 0;
+  uint16_t current = 0;
   for (int g = 0; g < groups; ++g) {
-    if (runs > 0 && p->run_weight[runs - 1] == kind[g]) {
-      p->run_end[runs - 1] = (g + 1) * kGroup;
-    } else {
-      p->run_end[runs] = (g + 1) * kGroup;
-      p->run_weight[runs++] = kind[g];
-    }
+    const uint16_t kind = GroupKind({p->group_min[g], group_max[g]}, lut);
+    if (runs == 0 || kind != current) p->run_weight[runs++] = current = kind;
+    p->run_end[runs - 1] = (g + 1) * kGroup;
   }
   if (groups * kGroup < n) {
     GroupRange_C(top, bottom, groups * kGroup, n, p->delta);
@@ -253,24 +265,21 @@ void PreparePair(GroupRangeFn group_range, const uint16_t* top, const uint16_t* 
   p->runs = runs;
 }
 
-void WriteRow(const RowKernels& k, const uint16_t* top, const PairRows& p, int fy,
-              const WeightLut& lut, WeightRowFn row_fn, uint16_t* out) {
+void WriteRows(const RowKernels& k, const uint16_t* top, const PairRows& p, const WeightLut& lut,
+               WeightRowFn row_fn, const WeightRows& rows) {
   int from = 0;
   for (int r = 0; r < p.runs; ++r) {
     const int to = p.run_end[r];
-    if (p.run_weight[r] == kMixed)
-      row_fn(top + from, p.delta + from, to - from, fy, lut, out + from);
-    else if (p.run_weight[r] == kNarrow)
-      k.weight_narrow_row(top + from, p.delta + from, p.group_min + from / kGroup,
-                          (to - from) / kGroup, fy, lut, out + from);
-    else
-      k.weight_fill_row(out + from, to - from, p.run_weight[r]);
+    if (p.run_weight[r] == kMixed) {
+      row_fn(top, p.delta, from, to, rows, lut);
+    } else if (p.run_weight[r] == kNarrow) {
+      k.weight_narrow_row(top, p.delta, p.group_min, from, to, rows, lut);
+    } else {
+      for (int i = 0; i < rows.count; ++i)
+        k.weight_fill_row(rows.out[i] + from, to - from, p.run_weight[r]);
+    }
     from = to;
   }
-}
-
-DepthRange GroupRange16_C(const uint16_t* top, const uint16_t* bottom, int from, int16_t* delta) {
-  return GroupRange_C(top, bottom, from, from + kGroup, delta);
 }
 
 }  // namespace
@@ -281,7 +290,7 @@ void FillWeight_C(RowKernels* k) {
   k->weight_narrow_row = NarrowRow_C;
   k->weight_fill_row = FillRow_C;
   k->weight_lerp_columns = LerpColumns_C;
-  k->weight_group_range = GroupRange16_C;
+  k->weight_pair_ranges = PairRanges_C;
 }
 
 DOFRA_WEIGHT_UP(__WeightInterpolateUp_c) {
@@ -328,17 +337,25 @@ DOFRA_WEIGHT_UP(__WeightInterpolateUp) {
     RowCache cache(smooth, dW, cols, k.weight_lerp_columns);
     const uint16_t* top = nullptr;
     int pair_row = -1;
+    WeightRows rows;
+    rows.count = 0;
     int qy = first_row * sy;
     for (int y = first_row; y <= last_row; ++y, qy += sy) {
       const int iy = qy >> kFixShift, fy = (qy >> kFracShift) & 0xFF;
+      if (iy != pair_row || rows.count == kMaxWeightRows) {
+        if (rows.count > 0) WriteRows(k, top, pair, lut, row_fn, rows);
+        rows.count = 0;
+      }
       if (iy != pair_row) {
         top = cache.Get(iy, nullptr);
-        PreparePair(k.weight_group_range, top, cache.Get(std::min(iy + 1, dH - 1), top), cols.n,
+        PreparePair(k.weight_pair_ranges, top, cache.Get(std::min(iy + 1, dH - 1), top), cols.n,
                     lut, &pair);
         pair_row = iy;
       }
-      WriteRow(k, top, pair, fy, lut, row_fn, out + static_cast<ptrdiff_t>(y) * W + x0);
+      rows.fy[rows.count] = fy;
+      rows.out[rows.count++] = out + static_cast<ptrdiff_t>(y) * W + x0;
     }
+    if (rows.count > 0) WriteRows(k, top, pair, lut, row_fn, rows);
   }
 }
 

@@ -45,25 +45,33 @@ struct ColumnTable {
   alignas(16) int16_t frac7[kWeightGroups][kWeightGroup];  // fx << 7, the mulhrs scale
 };
 
-struct DepthRange {
-  int min;
-  int max;
+// Output rows between one pair of disparity rows: each interpolates the same
+// depth rows with its own vertical fraction. Written together, so that each
+// group of columns is loaded once for all of them.
+constexpr int kMaxWeightRows = 16;
+struct WeightRows {
+  int count;
+  int fy[kMaxWeightRows];
+  uint16_t* out[kMaxWeightRows];  // each row at the strip's column 0
 };
 
-// One output row from a horizontally interpolated depth row `top` and the
-// difference `delta` of the row below it.
-using WeightRowFn = void (*)(const uint16_t* top, const int16_t* delta, int n, int fy,
-                             const WeightLut& lut, uint16_t* out);
-// Whole groups whose depths lie in group_min[g]..group_min[g] + 15.
+// Columns [from, to) of every row from a horizontally interpolated depth row
+// `top` and the difference `delta` of the row below it (both at the strip's
+// column 0); from is a multiple of 16.
+using WeightRowFn = void (*)(const uint16_t* top, const int16_t* delta, int from, int to,
+                             const WeightRows& rows, const WeightLut& lut);
+// Whole groups [from, to) whose depths lie in group_min[g]..group_min[g] + 15
+// (g the column / 16).
 using NarrowRowFn = void (*)(const uint16_t* top, const int16_t* delta, const uint8_t* group_min,
-                             int groups, int fy, const WeightLut& lut, uint16_t* out);
+                             int from, int to, const WeightRows& rows, const WeightLut& lut);
 using FillRowFn = void (*)(uint16_t* out, int n, uint16_t w);
 // Columns [from, to) of one disparity row interpolated across the strip;
 // from is a multiple of 16.
 using LerpColumnsFn = void (*)(const uint8_t* row, const ColumnTable& c, int from, int to,
                                uint16_t* dst);
-// Columns [from, from + 16): delta = bottom - top, and the depth range.
-using GroupRangeFn = DepthRange (*)(const uint16_t* top, const uint16_t* bottom, int from,
-                                    int16_t* delta);
+// Whole groups [0, groups) of a pair of depth rows: delta = bottom - top, and
+// each group's lowest and highest depth of either row.
+using PairRangesFn = void (*)(const uint16_t* top, const uint16_t* bottom, int groups,
+                              int16_t* delta, uint8_t* group_min, uint8_t* group_max);
 
 #endif  // DOFRA_WEIGHT_WEIGHT_ROWS_H

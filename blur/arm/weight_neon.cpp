@@ -20,54 +20,77 @@ inline int16x8_t Lerp16_NEON(int16x8_t a, int16x8_t delta, int16x8_t frac7) {
   return vaddq_s16(a, vqrdmulhq_s16(delta, frac7));
 }
 
-// 16 interpolated depths, saturated to bytes.
-inline uint8x16_t Depths16_NEON(const uint16_t* top, const int16_t* delta, int16x8_t frac7) {
-  const int16x8_t lo = Lerp16_NEON(vreinterpretq_s16_u16(vld1q_u16(top)), vld1q_s16(delta), frac7);
-  const int16x8_t hi =
-      Lerp16_NEON(vreinterpretq_s16_u16(vld1q_u16(top + 8)), vld1q_s16(delta + 8), frac7);
-  return vcombine_u8(vqmovun_s16(lo), vqmovun_s16(hi));
+// Depths of 16 pixels as bytes, from the pixels' top rows t0, t1 and
+// differences d0, d1 (8 pixels each); vqmovun saturates like the formula.
+inline uint8x16_t Depths16(uint16x8_t t0, uint16x8_t t1, int16x8_t d0, int16x8_t d1,
+                           int16x8_t frac7) {
+  return vcombine_u8(vqmovun_s16(Lerp16_NEON(vreinterpretq_s16_u16(t0), d0, frac7)),
+                     vqmovun_s16(Lerp16_NEON(vreinterpretq_s16_u16(t1), d1, frac7)));
 }
 
 // 16 weights from their low and high bytes; vst2 interleaves them into
 // little-endian words.
-inline void StoreWeights16(uint16_t* out, uint8x16_t lo, uint8x16_t hi) {
+inline void Store16Weights(uint16_t* out, uint8x16_t lo, uint8x16_t hi) {
   vst2q_u8(reinterpret_cast<uint8_t*>(out), (uint8x16x2_t{{lo, hi}}));
+}
+
+// One group's depth rows, loaded once for every output row.
+struct DepthGroup {
+  uint16x8_t t0, t1;
+  int16x8_t d0, d1;
+};
+inline DepthGroup LoadGroup(const uint16_t* top, const int16_t* delta, int j) {
+  return {vld1q_u16(top + j), vld1q_u16(top + j + 8), vld1q_s16(delta + j),
+          vld1q_s16(delta + j + 8)};
 }
 
 // Table lookup: 16 pixels per step, the distance clamped to 31 and looked up
 // in one 32-entry table per byte of the weight. The stored entries 16..31
 // hold w(d) ^ w(d - 16); xoring them with entries 0..15 once per call gives
-// w(d) itself.
-// Remainder: the scalar formula on the last n mod 16 pixels.
-void WeightRowTable_NEON(const uint16_t* top, const int16_t* delta, int n, int fy,
-                         const WeightLut& lut, uint16_t* out) {
+// w(d) itself. Each group's depth rows serve every output row.
+// Remainder: the scalar formula on the last columns.
+void WeightRowTable_NEON(const uint16_t* top, const int16_t* delta, int from, int to,
+                         const WeightRows& rows, const WeightLut& lut) {
   const uint8x16_t lo0 = vld1q_u8(lut.diff_lo), hi0 = vld1q_u8(lut.diff_hi);
   const uint8x16x2_t lo_table = {{lo0, veorq_u8(lo0, vld1q_u8(lut.diff_lo + 16))}};
   const uint8x16x2_t hi_table = {{hi0, veorq_u8(hi0, vld1q_u8(lut.diff_hi + 16))}};
-  const int16x8_t frac7 = vdupq_n_s16(static_cast<int16_t>(fy << 7));
   const uint8x16_t low = vdupq_n_u8(static_cast<uint8_t>(lut.low));
   const uint8x16_t high = vdupq_n_u8(static_cast<uint8_t>(lut.high));
   const uint8x16_t last = vdupq_n_u8(kShortDiffs - 1);
-  int i = 0;
-  for (; i + kGroup <= n; i += kGroup) {
-    const uint8x16_t v = Depths16_NEON(top + i, delta + i, frac7);
-    // low <= high, so at most one saturating difference is nonzero.
-    const uint8x16_t d = vminq_u8(vorrq_u8(vqsubq_u8(low, v), vqsubq_u8(v, high)), last);
-    StoreWeights16(out + i, vqtbl2q_u8(lo_table, d), vqtbl2q_u8(hi_table, d));
+  int16x8_t frac7[kMaxWeightRows];
+  for (int i = 0; i < rows.count; ++i)
+    frac7[i] = vdupq_n_s16(static_cast<int16_t>(rows.fy[i] << 7));
+  int j = from;
+  for (; j + kGroup <= to; j += kGroup) {
+    const DepthGroup g = LoadGroup(top, delta, j);
+    for (int i = 0; i < rows.count; ++i) {
+      const uint8x16_t v = Depths16(g.t0, g.t1, g.d0, g.d1, frac7[i]);
+      // low <= high, so at most one saturating difference is nonzero.
+      const uint8x16_t d = vminq_u8(vorrq_u8(vqsubq_u8(low, v), vqsubq_u8(v, high)), last);
+      Store16Weights(rows.out[i] + j, vqtbl2q_u8(lo_table, d), vqtbl2q_u8(hi_table, d));
+    }
   }
-  if (i < n) ScalarRowKernels().weight_row(top + i, delta + i, n - i, fy, lut, out + i);
+  if (j < to) ScalarRowKernels().weight_row(top, delta, j, to, rows, lut);
 }
 
 // Per group, the weights of its 16 depths from group_min on are loaded as
-// lookup tables and indexed by v - group_min (0..15). Whole groups only.
-void NarrowRow_NEON(const uint16_t* top, const int16_t* delta, const uint8_t* group_min, int groups,
-                    int fy, const WeightLut& lut, uint16_t* out) {
-  const int16x8_t frac7 = vdupq_n_s16(static_cast<int16_t>(fy << 7));
-  for (int g = 0; g < groups; ++g, top += kGroup, delta += kGroup, out += kGroup) {
-    const uint8_t from = group_min[g];
-    const uint8x16_t index = vsubq_u8(Depths16_NEON(top, delta, frac7), vdupq_n_u8(from));
-    StoreWeights16(out, vqtbl1q_u8(vld1q_u8(lut.depth_lo + from), index),
-                   vqtbl1q_u8(vld1q_u8(lut.depth_hi + from), index));
+// lookup tables and indexed by v - group_min (0..15), for every output row.
+// Whole groups only.
+void NarrowRow_NEON(const uint16_t* top, const int16_t* delta, const uint8_t* group_min, int from,
+                    int to, const WeightRows& rows, const WeightLut& lut) {
+  int16x8_t frac7[kMaxWeightRows];
+  for (int i = 0; i < rows.count; ++i)
+    frac7[i] = vdupq_n_s16(static_cast<int16_t>(rows.fy[i] << 7));
+  for (int j = from; j < to; j += kGroup) {
+    const uint8_t base = group_min[j / kGroup];
+    const uint8x16_t lo_table = vld1q_u8(lut.depth_lo + base);
+    const uint8x16_t hi_table = vld1q_u8(lut.depth_hi + base);
+    const uint8x16_t at = vdupq_n_u8(base);
+    const DepthGroup g = LoadGroup(top, delta, j);
+    for (int i = 0; i < rows.count; ++i) {
+      const uint8x16_t index = vsubq_u8(Depths16(g.t0, g.t1, g.d0, g.d1, frac7[i]), at);
+      Store16Weights(rows.out[i] + j, vqtbl1q_u8(lo_table, index), vqtbl1q_u8(hi_table, index));
+    }
   }
 }
 
@@ -109,15 +132,20 @@ void LerpColumns_NEON(const uint8_t* row, const ColumnTable& c, int from, int to
   formula(row, c, j, to, dst);
 }
 
-// Lane-wise min and max of the four vectors, then across lanes.
-DepthRange GroupRange_NEON(const uint16_t* top, const uint16_t* bottom, int from, int16_t* delta) {
-  const uint16x8_t t0 = vld1q_u16(top + from), t1 = vld1q_u16(top + from + 8);
-  const uint16x8_t b0 = vld1q_u16(bottom + from), b1 = vld1q_u16(bottom + from + 8);
-  vst1q_s16(delta + from, vreinterpretq_s16_u16(vsubq_u16(b0, t0)));
-  vst1q_s16(delta + from + 8, vreinterpretq_s16_u16(vsubq_u16(b1, t1)));
-  const uint16x8_t lo = vminq_u16(vminq_u16(t0, t1), vminq_u16(b0, b1));
-  const uint16x8_t hi = vmaxq_u16(vmaxq_u16(t0, t1), vmaxq_u16(b0, b1));
-  return {vminvq_u16(lo), vmaxvq_u16(hi)};
+// Per group: lane-wise min and max of the four vectors, then across lanes.
+void PairRanges_NEON(const uint16_t* top, const uint16_t* bottom, int groups, int16_t* delta,
+                     uint8_t* group_min, uint8_t* group_max) {
+  for (int g = 0; g < groups; ++g) {
+    const int from = g * kGroup;
+    const uint16x8_t t0 = vld1q_u16(top + from), t1 = vld1q_u16(top + from + 8);
+    const uint16x8_t b0 = vld1q_u16(bottom + from), b1 = vld1q_u16(bottom + from + 8);
+    vst1q_s16(delta + from, vreinterpretq_s16_u16(vsubq_u16(b0, t0)));
+    vst1q_s16(delta + from + 8, vreinterpretq_s16_u16(vsubq_u16(b1, t1)));
+    const uint16x8_t lo = vminq_u16(vminq_u16(t0, t1), vminq_u16(b0, b1));
+    const uint16x8_t hi = vmaxq_u16(vmaxq_u16(t0, t1), vmaxq_u16(b0, b1));
+    group_min[g] = static_cast<uint8_t>(vminvq_u16(lo));
+    group_max[g] = static_cast<uint8_t>(vmaxvq_u16(hi));
+  }
 }
 
 void MinMaxBody_NEON(const uint8_t* src, int body, uint8_t* min_out, uint8_t* max_out) {
@@ -139,6 +167,6 @@ void FillWeight_NEON(RowKernels* k) {
   k->weight_narrow_row = NarrowRow_NEON;
   k->weight_fill_row = FillRow_NEON;
   k->weight_lerp_columns = LerpColumns_NEON;
-  k->weight_group_range = GroupRange_NEON;
+  k->weight_pair_ranges = PairRanges_NEON;
   k->depth_min_max_body = MinMaxBody_NEON;
 }

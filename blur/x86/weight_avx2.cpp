@@ -1,7 +1,7 @@
 // AVX2 row helpers of the weight-map interpolation (the drivers and the
 // scalar formulas are in weight/weight_map.cpp): 32 pixels, or two groups of
-// 16, per step; the column interpolation and the group ranges stay with the
-// SSE4.1 members, which also take the remainders.
+// 16, per step, and the column interpolation 16 columns per step; the group
+// ranges stay with the SSE4.1 member, which also takes the remainders.
 //
 // Everything here stays in this file's anonymous namespace: a shared inline
 // helper compiled with -mavx2 could be the copy an SSE4.1-only CPU runs.
@@ -28,14 +28,22 @@ inline __m256i Broadcast(const void* p) {
 
 // top + ((delta * fy + 128) >> 8) for 16 pixels, as the SSE4.1 member:
 // mulhrs(delta, fy << 7) is exactly that rounded product.
-inline __m256i DepthOf16(const uint16_t* top, const int16_t* delta, __m256i frac7) {
-  return _mm256_add_epi16(Load32(top), _mm256_mulhrs_epi16(Load32(delta), frac7));
+inline __m256i DepthOf16(__m256i top, __m256i delta, __m256i frac7) {
+  return _mm256_add_epi16(top, _mm256_mulhrs_epi16(delta, frac7));
+}
+
+// The top rows and differences of 32 pixels, loaded once for every output row.
+struct Columns32 {
+  __m256i t0, t1, d0, d1;
+};
+inline Columns32 LoadColumns32(const uint16_t* top, const int16_t* delta) {
+  return {Load32(top), Load32(top + 16), Load32(delta), Load32(delta + 16)};
 }
 
 // 32 depths as bytes, lane-split: pixels 0..7, 16..23 | 8..15, 24..31. The
 // in-lane unpacks of the looked-up bytes then give pixels 0..15 and 16..31.
-inline __m256i Depths32(const uint16_t* top, const int16_t* delta, __m256i frac7) {
-  return _mm256_packus_epi16(DepthOf16(top, delta, frac7), DepthOf16(top + 16, delta + 16, frac7));
+inline __m256i Depths32(const Columns32& c, __m256i frac7) {
+  return _mm256_packus_epi16(DepthOf16(c.t0, c.d0, frac7), DepthOf16(c.t1, c.d1, frac7));
 }
 
 inline void StoreWeights32(uint16_t* out, __m256i lo, __m256i hi) {
@@ -43,65 +51,99 @@ inline void StoreWeights32(uint16_t* out, __m256i lo, __m256i hi) {
   Store32(out + 16, _mm256_unpackhi_epi8(lo, hi));
 }
 
+void Fractions(const WeightRows& rows, __m256i* frac7) {
+  for (int i = 0; i < rows.count; ++i)
+    frac7[i] = _mm256_set1_epi16(static_cast<int16_t>(rows.fy[i] << 7));
+}
+
 // The SSE4.1 member's distance tables, 32 pixels per step; remainder: the
 // SSE4.1 member.
-void WeightRowTable_AVX2(const uint16_t* top, const int16_t* delta, int n, int fy,
-                         const WeightLut& lut, uint16_t* out) {
+void WeightRowTable_AVX2(const uint16_t* top, const int16_t* delta, int from, int to,
+                         const WeightRows& rows, const WeightLut& lut) {
   const __m256i lo0 = Broadcast(lut.diff_lo), lo1 = Broadcast(lut.diff_lo + 16);
   const __m256i hi0 = Broadcast(lut.diff_hi), hi1 = Broadcast(lut.diff_hi + 16);
-  const __m256i frac7 = _mm256_set1_epi16(static_cast<int16_t>(fy << 7));
   const __m256i low = _mm256_set1_epi8(static_cast<char>(lut.low));
   const __m256i high = _mm256_set1_epi8(static_cast<char>(lut.high));
   const __m256i last = _mm256_set1_epi8(kShortDiffs - 1);
   const __m256i sixteen = _mm256_set1_epi8(kShortDiffs / 2);
-  int i = 0;
-  for (; i + 2 * kGroup <= n; i += 2 * kGroup) {
-    const __m256i v = Depths32(top + i, delta + i, frac7);
-    // low <= high, so at most one saturating difference is nonzero.
-    const __m256i d =
-        _mm256_min_epu8(_mm256_or_si256(_mm256_subs_epu8(low, v), _mm256_subs_epu8(v, high)), last);
-    const __m256i upper = _mm256_sub_epi8(d, sixteen);
-    const __m256i lo =
-        _mm256_xor_si256(_mm256_shuffle_epi8(lo0, d), _mm256_shuffle_epi8(lo1, upper));
-    const __m256i hi =
-        _mm256_xor_si256(_mm256_shuffle_epi8(hi0, d), _mm256_shuffle_epi8(hi1, upper));
-    StoreWeights32(out + i, lo, hi);
+  __m256i frac7[kMaxWeightRows];
+  Fractions(rows, frac7);
+  int j = from;
+  for (; j + 2 * kGroup <= to; j += 2 * kGroup) {
+    const Columns32 c = LoadColumns32(top + j, delta + j);
+    for (int i = 0; i < rows.count; ++i) {
+      const __m256i v = Depths32(c, frac7[i]);
+      // low <= high, so at most one saturating difference is nonzero.
+      const __m256i d = _mm256_min_epu8(
+          _mm256_or_si256(_mm256_subs_epu8(low, v), _mm256_subs_epu8(v, high)), last);
+      const __m256i upper = _mm256_sub_epi8(d, sixteen);
+      const __m256i lo =
+          _mm256_xor_si256(_mm256_shuffle_epi8(lo0, d), _mm256_shuffle_epi8(lo1, upper));
+      const __m256i hi =
+          _mm256_xor_si256(_mm256_shuffle_epi8(hi0, d), _mm256_shuffle_epi8(hi1, upper));
+      StoreWeights32(rows.out[i] + j, lo, hi);
+    }
   }
-  if (i < n) Sse41().weight_row_short(top + i, delta + i, n - i, fy, lut, out + i);
+  if (j < to) Sse41().weight_row_short(top, delta, j, to, rows, lut);
 }
 
 // Two groups per step, each lane with the tables of its own group: depths in
 // pixel order (one cross-lane permutation), then looked up and interleaved
 // in-lane, the two halves swapped back across lanes. Remainder: one group by
 // the SSE4.1 member.
-void NarrowRow_AVX2(const uint16_t* top, const int16_t* delta, const uint8_t* group_min, int groups,
-                    int fy, const WeightLut& lut, uint16_t* out) {
-  const __m256i frac7 = _mm256_set1_epi16(static_cast<int16_t>(fy << 7));
+void NarrowRow_AVX2(const uint16_t* top, const int16_t* delta, const uint8_t* group_min, int from,
+                    int to, const WeightRows& rows, const WeightLut& lut) {
   constexpr int kPixelOrder = 0xD8;
-  int g = 0;
-  for (; g + 2 <= groups; g += 2) {
-    const int i = g * kGroup;
-    const uint8_t a = group_min[g], b = group_min[g + 1];
+  __m256i frac7[kMaxWeightRows];
+  Fractions(rows, frac7);
+  int j = from;
+  for (; j + 2 * kGroup <= to; j += 2 * kGroup) {
+    const uint8_t a = group_min[j / kGroup], b = group_min[j / kGroup + 1];
     const __m256i lo_table =
         BothLanes(_mm_loadu_si128(reinterpret_cast<const __m128i*>(lut.depth_lo + a)),
                   _mm_loadu_si128(reinterpret_cast<const __m128i*>(lut.depth_lo + b)));
     const __m256i hi_table =
         BothLanes(_mm_loadu_si128(reinterpret_cast<const __m128i*>(lut.depth_hi + a)),
                   _mm_loadu_si128(reinterpret_cast<const __m128i*>(lut.depth_hi + b)));
-    const __m256i v = _mm256_permute4x64_epi64(Depths32(top + i, delta + i, frac7), kPixelOrder);
-    const __m256i from =
+    const __m256i at =
         BothLanes(_mm_set1_epi8(static_cast<char>(a)), _mm_set1_epi8(static_cast<char>(b)));
-    const __m256i index = _mm256_sub_epi8(v, from);
-    const __m256i lo = _mm256_shuffle_epi8(lo_table, index);
-    const __m256i hi = _mm256_shuffle_epi8(hi_table, index);
-    const __m256i first = _mm256_unpacklo_epi8(lo, hi), second = _mm256_unpackhi_epi8(lo, hi);
-    Store32(out + i, _mm256_permute2x128_si256(first, second, 0x20));
-    Store32(out + i + kGroup, _mm256_permute2x128_si256(first, second, 0x31));
+    const Columns32 c = LoadColumns32(top + j, delta + j);
+    for (int i = 0; i < rows.count; ++i) {
+      const __m256i v = _mm256_permute4x64_epi64(Depths32(c, frac7[i]), kPixelOrder);
+      const __m256i index = _mm256_sub_epi8(v, at);
+      const __m256i lo = _mm256_shuffle_epi8(lo_table, index);
+      const __m256i hi = _mm256_shuffle_epi8(hi_table, index);
+      const __m256i first = _mm256_unpacklo_epi8(lo, hi), second = _mm256_unpackhi_epi8(lo, hi);
+      Store32(rows.out[i] + j, _mm256_permute2x128_si256(first, second, 0x20));
+      Store32(rows.out[i] + j + kGroup, _mm256_permute2x128_si256(first, second, 0x31));
+    }
   }
-  if (g < groups) {
-    const int i = g * kGroup;
-    Sse41().weight_narrow_row(top + i, delta + i, group_min + g, groups - g, fy, lut, out + i);
+  if (j < to) Sse41().weight_narrow_row(top, delta, group_min, j, to, rows, lut);
+}
+
+// One group of 16 columns: the two samples of every column gathered by
+// shuffles from one 16-byte load, then one 16-lane interpolation.
+void LerpGroup(const uint8_t* row, const ColumnTable& c, int g, uint16_t* dst) {
+  const __m128i src = _mm_loadu_si128(reinterpret_cast<const __m128i*>(row + c.load_at[g]));
+  const __m256i a = _mm256_cvtepu8_epi16(
+      _mm_shuffle_epi8(src, _mm_load_si128(reinterpret_cast<const __m128i*>(c.pick0[g]))));
+  const __m256i b = _mm256_cvtepu8_epi16(
+      _mm_shuffle_epi8(src, _mm_load_si128(reinterpret_cast<const __m128i*>(c.pick1[g]))));
+  Store32(dst, DepthOf16(a, _mm256_sub_epi16(b, a), Load32(c.frac7[g])));
+}
+
+// Remainder: the scalar formula (through the SSE4.1 member) on the last
+// columns and on groups whose samples do not fit one load.
+void LerpColumns_AVX2(const uint8_t* row, const ColumnTable& c, int from, int to, uint16_t* dst) {
+  const LerpColumnsFn formula = Sse41().weight_lerp_columns;
+  int j = from;
+  for (int g = from / kGroup; j + kGroup <= to; ++g, j += kGroup) {
+    if (c.load_at[g] >= 0)
+      LerpGroup(row, c, g, dst + j);
+    else
+      formula(row, c, j, j + kGroup, dst);
   }
+  if (j < to) formula(row, c, j, to, dst);
 }
 
 // 16 entries per store; remainder: the SSE4.1 member.
@@ -118,4 +160,5 @@ void FillWeight_AVX2(RowKernels* k) {
   k->weight_row_short = WeightRowTable_AVX2;
   k->weight_narrow_row = NarrowRow_AVX2;
   k->weight_fill_row = FillRow_AVX2;
+  k->weight_lerp_columns = LerpColumns_AVX2;
 }

@@ -20,59 +20,72 @@ inline __m128i Lerp16_SSE41(__m128i a, __m128i delta, __m128i frac7) {
   return _mm_add_epi16(a, _mm_mulhrs_epi16(delta, frac7));
 }
 
-inline __m128i DepthOf8_SSE41(const uint16_t* top, const int16_t* delta, __m128i frac7) {
-  return Lerp16_SSE41(_mm_loadu_si128(reinterpret_cast<const __m128i*>(top)),
-                      _mm_loadu_si128(reinterpret_cast<const __m128i*>(delta)), frac7);
+// Depths of 16 pixels as bytes, from the pixels' top rows t0, t1 and
+// differences d0, d1 (8 pixels each).
+inline __m128i Depths16(__m128i t0, __m128i t1, __m128i d0, __m128i d1, __m128i frac7) {
+  return _mm_packus_epi16(Lerp16_SSE41(t0, d0, frac7), Lerp16_SSE41(t1, d1, frac7));
+}
+
+inline __m128i Load(const void* p) { return _mm_loadu_si128(static_cast<const __m128i*>(p)); }
+
+inline void Store16Weights(uint16_t* out, __m128i lo, __m128i hi) {
+  _mm_storeu_si128(reinterpret_cast<__m128i*>(out), _mm_unpacklo_epi8(lo, hi));
+  _mm_storeu_si128(reinterpret_cast<__m128i*>(out + 8), _mm_unpackhi_epi8(lo, hi));
 }
 
 // Table lookup by byte shuffles: 16 pixels per step, the distance clamped to
 // 31 and looked up in two 16-entry tables per byte of the weight: the first
 // by d (its low 4 bits), the second by d - 16, which wraps to a set top bit
-// (a zero lookup) for d < 16.
-// Remainder: the scalar formula on the last n mod 16 pixels.
-void WeightRowTable_SSE41(const uint16_t* top, const int16_t* delta, int n, int fy,
-                          const WeightLut& lut, uint16_t* out) {
-  const __m128i lo0 = _mm_load_si128(reinterpret_cast<const __m128i*>(lut.diff_lo));
-  const __m128i lo1 = _mm_load_si128(reinterpret_cast<const __m128i*>(lut.diff_lo + 16));
-  const __m128i hi0 = _mm_load_si128(reinterpret_cast<const __m128i*>(lut.diff_hi));
-  const __m128i hi1 = _mm_load_si128(reinterpret_cast<const __m128i*>(lut.diff_hi + 16));
-  const __m128i frac7 = _mm_set1_epi16(static_cast<int16_t>(fy << 7));
+// (a zero lookup) for d < 16. Each group's depth rows serve every output row.
+// Remainder: the scalar formula on the last columns.
+void WeightRowTable_SSE41(const uint16_t* top, const int16_t* delta, int from, int to,
+                          const WeightRows& rows, const WeightLut& lut) {
+  const __m128i lo0 = Load(lut.diff_lo), lo1 = Load(lut.diff_lo + 16);
+  const __m128i hi0 = Load(lut.diff_hi), hi1 = Load(lut.diff_hi + 16);
   const __m128i low = _mm_set1_epi8(static_cast<char>(lut.low));
   const __m128i high = _mm_set1_epi8(static_cast<char>(lut.high));
   const __m128i last = _mm_set1_epi8(kShortDiffs - 1);
   const __m128i sixteen = _mm_set1_epi8(kShortDiffs / 2);
-  int i = 0;
-  for (; i + kGroup <= n; i += kGroup) {
-    const __m128i v = _mm_packus_epi16(DepthOf8_SSE41(top + i, delta + i, frac7),
-                                       DepthOf8_SSE41(top + i + 8, delta + i + 8, frac7));
-    // low <= high, so at most one saturating difference is nonzero.
-    const __m128i d =
-        _mm_min_epu8(_mm_or_si128(_mm_subs_epu8(low, v), _mm_subs_epu8(v, high)), last);
-    const __m128i upper = _mm_sub_epi8(d, sixteen);
-    const __m128i lo = _mm_xor_si128(_mm_shuffle_epi8(lo0, d), _mm_shuffle_epi8(lo1, upper));
-    const __m128i hi = _mm_xor_si128(_mm_shuffle_epi8(hi0, d), _mm_shuffle_epi8(hi1, upper));
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(out + i), _mm_unpacklo_epi8(lo, hi));
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(out + i + 8), _mm_unpackhi_epi8(lo, hi));
+  __m128i frac7[kMaxWeightRows];
+  for (int i = 0; i < rows.count; ++i)
+    frac7[i] = _mm_set1_epi16(static_cast<int16_t>(rows.fy[i] << 7));
+  int j = from;
+  for (; j + kGroup <= to; j += kGroup) {
+    const __m128i t0 = Load(top + j), t1 = Load(top + j + 8);
+    const __m128i d0 = Load(delta + j), d1 = Load(delta + j + 8);
+    for (int i = 0; i < rows.count; ++i) {
+      const __m128i v = Depths16(t0, t1, d0, d1, frac7[i]);
+      // low <= high, so at most one saturating difference is nonzero.
+      const __m128i d =
+          _mm_min_epu8(_mm_or_si128(_mm_subs_epu8(low, v), _mm_subs_epu8(v, high)), last);
+      const __m128i upper = _mm_sub_epi8(d, sixteen);
+      const __m128i lo = _mm_xor_si128(_mm_shuffle_epi8(lo0, d), _mm_shuffle_epi8(lo1, upper));
+      const __m128i hi = _mm_xor_si128(_mm_shuffle_epi8(hi0, d), _mm_shuffle_epi8(hi1, upper));
+      Store16Weights(rows.out[i] + j, lo, hi);
+    }
   }
-  if (i < n) ScalarRowKernels().weight_row(top + i, delta + i, n - i, fy, lut, out + i);
+  if (j < to) ScalarRowKernels().weight_row(top, delta, j, to, rows, lut);
 }
 
 // Per group, the weights of its 16 depths from group_min on are loaded as
-// shuffle tables and indexed by v - group_min (0..15). Whole groups only.
-void NarrowRow_SSE41(const uint16_t* top, const int16_t* delta, const uint8_t* group_min,
-                     int groups, int fy, const WeightLut& lut, uint16_t* out) {
-  const __m128i frac7 = _mm_set1_epi16(static_cast<int16_t>(fy << 7));
-  for (int g = 0; g < groups; ++g, top += kGroup, delta += kGroup, out += kGroup) {
-    const uint8_t from = group_min[g];
-    const __m128i lo_table = _mm_loadu_si128(reinterpret_cast<const __m128i*>(lut.depth_lo + from));
-    const __m128i hi_table = _mm_loadu_si128(reinterpret_cast<const __m128i*>(lut.depth_hi + from));
-    const __m128i v = _mm_packus_epi16(DepthOf8_SSE41(top, delta, frac7),
-                                       DepthOf8_SSE41(top + 8, delta + 8, frac7));
-    const __m128i index = _mm_sub_epi8(v, _mm_set1_epi8(static_cast<char>(from)));
-    const __m128i lo = _mm_shuffle_epi8(lo_table, index);
-    const __m128i hi = _mm_shuffle_epi8(hi_table, index);
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(out), _mm_unpacklo_epi8(lo, hi));
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(out + 8), _mm_unpackhi_epi8(lo, hi));
+// shuffle tables and indexed by v - group_min (0..15), for every output row.
+// Whole groups only.
+void NarrowRow_SSE41(const uint16_t* top, const int16_t* delta, const uint8_t* group_min, int from,
+                     int to, const WeightRows& rows, const WeightLut& lut) {
+  __m128i frac7[kMaxWeightRows];
+  for (int i = 0; i < rows.count; ++i)
+    frac7[i] = _mm_set1_epi16(static_cast<int16_t>(rows.fy[i] << 7));
+  for (int j = from; j < to; j += kGroup) {
+    const uint8_t base = group_min[j / kGroup];
+    const __m128i lo_table = Load(lut.depth_lo + base), hi_table = Load(lut.depth_hi + base);
+    const __m128i at = _mm_set1_epi8(static_cast<char>(base));
+    const __m128i t0 = Load(top + j), t1 = Load(top + j + 8);
+    const __m128i d0 = Load(delta + j), d1 = Load(delta + j + 8);
+    for (int i = 0; i < rows.count; ++i) {
+      const __m128i index = _mm_sub_epi8(Depths16(t0, t1, d0, d1, frac7[i]), at);
+      Store16Weights(rows.out[i] + j, _mm_shuffle_epi8(lo_table, index),
+                     _mm_shuffle_epi8(hi_table, index));
+    }
   }
 }
 
@@ -115,18 +128,21 @@ void LerpColumns_SSE41(const uint8_t* row, const ColumnTable& c, int from, int t
 }
 
 // Horizontal min by minpos; the max as the min of the complements.
-DepthRange GroupRange_SSE41(const uint16_t* top, const uint16_t* bottom, int from, int16_t* delta) {
-  const __m128i* t = reinterpret_cast<const __m128i*>(top + from);
-  const __m128i* b = reinterpret_cast<const __m128i*>(bottom + from);
-  const __m128i t0 = _mm_loadu_si128(t), t1 = _mm_loadu_si128(t + 1);
-  const __m128i b0 = _mm_loadu_si128(b), b1 = _mm_loadu_si128(b + 1);
-  _mm_storeu_si128(reinterpret_cast<__m128i*>(delta + from), _mm_sub_epi16(b0, t0));
-  _mm_storeu_si128(reinterpret_cast<__m128i*>(delta + from + 8), _mm_sub_epi16(b1, t1));
-  const __m128i lo = _mm_min_epu16(_mm_min_epu16(t0, t1), _mm_min_epu16(b0, b1));
-  const __m128i hi = _mm_max_epu16(_mm_max_epu16(t0, t1), _mm_max_epu16(b0, b1));
+void PairRanges_SSE41(const uint16_t* top, const uint16_t* bottom, int groups, int16_t* delta,
+                      uint8_t* group_min, uint8_t* group_max) {
   const __m128i ones = _mm_set1_epi32(-1);
-  return {_mm_extract_epi16(_mm_minpos_epu16(lo), 0),
-          0xFFFF - _mm_extract_epi16(_mm_minpos_epu16(_mm_xor_si128(hi, ones)), 0)};
+  for (int g = 0; g < groups; ++g) {
+    const int from = g * kGroup;
+    const __m128i t0 = Load(top + from), t1 = Load(top + from + 8);
+    const __m128i b0 = Load(bottom + from), b1 = Load(bottom + from + 8);
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(delta + from), _mm_sub_epi16(b0, t0));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(delta + from + 8), _mm_sub_epi16(b1, t1));
+    const __m128i lo = _mm_min_epu16(_mm_min_epu16(t0, t1), _mm_min_epu16(b0, b1));
+    const __m128i hi = _mm_max_epu16(_mm_max_epu16(t0, t1), _mm_max_epu16(b0, b1));
+    group_min[g] = static_cast<uint8_t>(_mm_extract_epi16(_mm_minpos_epu16(lo), 0));
+    group_max[g] = static_cast<uint8_t>(
+        0xFFFF - _mm_extract_epi16(_mm_minpos_epu16(_mm_xor_si128(hi, ones)), 0));
+  }
 }
 
 // Folds the 16 lanes into lane 0 by halving four times.
@@ -159,6 +175,6 @@ void FillWeight_SSE41(RowKernels* k) {
   k->weight_narrow_row = NarrowRow_SSE41;
   k->weight_fill_row = FillRow_SSE41;
   k->weight_lerp_columns = LerpColumns_SSE41;
-  k->weight_group_range = GroupRange_SSE41;
+  k->weight_pair_ranges = PairRanges_SSE41;
   k->depth_min_max_body = MinMaxBody_SSE41;
 }
