@@ -52,6 +52,10 @@ bool CpuHas(SimdLevel level) {
     case SimdLevel::kAvx2:
       return __builtin_cpu_supports("avx2");
 #endif
+#if defined(DOFRA_ARM_KERNELS)
+    case SimdLevel::kNeon:
+      return true;  // every aarch64 CPU has it
+#endif
     default:
       return false;
   }

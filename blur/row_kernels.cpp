@@ -10,6 +10,7 @@ namespace {
 //   scalar   blur/*.cpp, weight/*.cpp   every entry: the formulas
 //   sse4.1   blur/x86/*_sse41.cpp       every entry but weight_row
 //   avx2     blur/x86/*_avx2.cpp        compositing, shrinks, sliding box, weight rows
+//   neon     blur/arm/*_neon.cpp        every entry but weight_row
 RowKernels BuildTable(SimdLevel level) {
   RowKernels k{};
   FillCompositeY_C(&k);
@@ -36,6 +37,15 @@ RowKernels BuildTable(SimdLevel level) {
     FillShrinkUV_AVX2(&k);
     FillSmooth_AVX2(&k);
     FillWeight_AVX2(&k);
+  }
+#elif defined(DOFRA_ARM_KERNELS)
+  if (level == SimdLevel::kNeon && SimdLevelAvailable(SimdLevel::kNeon)) {
+    FillCompositeY_NEON(&k);
+    FillCompositeUV_NEON(&k);
+    FillShrinkY_NEON(&k);
+    FillShrinkUV_NEON(&k);
+    FillSmooth_NEON(&k);
+    FillWeight_NEON(&k);
   }
 #else
   (void)level;

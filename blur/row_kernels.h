@@ -3,10 +3,11 @@
 //
 // The plane drivers and the scalar formulas live in blur/*.cpp and
 // weight/*.cpp, one unit per family. Each instruction set has its own files,
-// compiled with its own flags only (blur/x86/*_sse41.cpp, *_avx2.cpp), that
-// override the entries they vectorise. A table per level is filled once per
-// process: the scalar entries first, then each level up to the requested one
-// (row_kernels.cpp lists which files fill which level).
+// compiled with its own flags only (blur/x86/*_sse41.cpp, *_avx2.cpp,
+// blur/arm/*_neon.cpp), that override the entries they vectorise. A table
+// per level is filled once per process: the scalar entries first, then each
+// level up to the requested one (row_kernels.cpp lists which files fill
+// which level).
 //
 // Only plain records and declarations here: an inline function or template
 // defined in a shared header and instantiated in an AVX2 file could become
@@ -148,5 +149,12 @@ void FillShrinkY_AVX2(RowKernels* k);
 void FillShrinkUV_AVX2(RowKernels* k);
 void FillSmooth_AVX2(RowKernels* k);
 void FillWeight_AVX2(RowKernels* k);
+
+void FillCompositeY_NEON(RowKernels* k);
+void FillCompositeUV_NEON(RowKernels* k);
+void FillShrinkY_NEON(RowKernels* k);
+void FillShrinkUV_NEON(RowKernels* k);
+void FillSmooth_NEON(RowKernels* k);
+void FillWeight_NEON(RowKernels* k);
 
 #endif  // DOFRA_BLUR_ROW_KERNELS_H

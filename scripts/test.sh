@@ -2,8 +2,9 @@
 # Builds and runs every test: optimised, under AddressSanitizer +
 # UndefinedBehaviorSanitizer, and under ThreadSanitizer with the portable
 # (non-SIMD) kernels; on x86-64 the kernel tests also run on an emulated
-# CPU without AVX2; then every libFuzzer target for a bounded time, and an
-# installed tree with a consumer built outside it.
+# CPU without AVX2; then the arm64 cross build under qemu-aarch64, every
+# libFuzzer target for a bounded time, and an installed tree with a consumer
+# built outside it.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/deps.sh
@@ -32,6 +33,11 @@ echo "== ThreadSanitizer, portable kernels"
 scripts/build.sh build-tsan -DDOFRA_SANITIZE=thread -DDOFRA_SSE41=OFF -DDOFRA_BUILD_BENCH=OFF
 TSAN_OPTIONS="halt_on_error=1 suppressions=$PWD/tests/tsan.supp" \
   ctest --test-dir build-tsan --output-on-failure -j"$jobs"
+
+echo "== arm64 under qemu-aarch64"
+scripts/build.sh build-arm64 -DCMAKE_TOOLCHAIN_FILE=cmake/aarch64-linux-gnu.cmake \
+  -DDOFRA_BUILD_BENCH=OFF
+ctest --test-dir build-arm64 --output-on-failure -j"$jobs"
 
 echo "== libFuzzer targets, 40 s each"
 scripts/fuzz.sh 40

@@ -1,7 +1,10 @@
 # Checks the shared library's dynamic symbol table: exactly the seven exported
 # functions are defined, and the platform calls are left for the loader.
-# Usage: cmake -DLIB=path/to/libdofra_depth.so -P exported_symbols.cmake
-execute_process(COMMAND nm -D --defined-only ${LIB} OUTPUT_VARIABLE defined RESULT_VARIABLE rc)
+# Usage: cmake -DLIB=path/to/libdofra_depth.so [-DNM=target nm] -P exported_symbols.cmake
+if(NOT NM)
+  set(NM nm)
+endif()
+execute_process(COMMAND ${NM} -D --defined-only ${LIB} OUTPUT_VARIABLE defined RESULT_VARIABLE rc)
 if(NOT rc EQUAL 0)
   message(FATAL_ERROR "nm failed on ${LIB}")
 endif()
@@ -23,7 +26,7 @@ if(NOT exported STREQUAL expected)
   message(FATAL_ERROR "exported: ${exported}\nexpected: ${expected}")
 endif()
 
-execute_process(COMMAND nm -D --undefined-only ${LIB} OUTPUT_VARIABLE undefined)
+execute_process(COMMAND ${NM} -D --undefined-only ${LIB} OUTPUT_VARIABLE undefined)
 foreach(name __android_log_print _ZN7android13GraphicBuffer4lockEjPPv
              _ZN7android13GraphicBuffer6unlockEv)
   string(FIND "${undefined}" " ${name}\n" at)

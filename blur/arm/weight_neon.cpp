@@ -1,0 +1,172 @@
+// NEON row helpers of the weight-map interpolation and the depth range
+// (the drivers and the scalar formulas are in weight/weight_map.cpp and
+// weight/depth_table.cpp).
+#include <arm_neon.h>
+
+#include <cstdint>
+
+#include "blur/row_kernels.h"
+
+namespace {
+
+constexpr int kGroup = kWeightGroup;
+constexpr int kVec = 16;
+
+// (a * (256 - f) + b * f + 128) >> 8 == a + (((b - a) * f + 128) >> 8), as
+// a * 256 is a whole multiple of 256; and vqrdmulh(x, f << 7) ==
+// (x * f * 128 + 2^14) >> 15 == (x * f + 128) >> 8 for |x| <= 255, f <= 255:
+// both operands fit in i16 (f << 7 <= 32640), the result is floored.
+inline int16x8_t Lerp16_NEON(int16x8_t a, int16x8_t delta, int16x8_t frac7) {
+  return vaddq_s16(a, vqrdmulhq_s16(delta, frac7));
+}
+
+// Depths of 16 pixels as bytes, from the pixels' top rows t0, t1 and
+// differences d0, d1 (8 pixels each); vqmovun saturates like the formula.
+inline uint8x16_t Depths16(uint16x8_t t0, uint16x8_t t1, int16x8_t d0, int16x8_t d1,
+                           int16x8_t frac7) {
+  return vcombine_u8(vqmovun_s16(Lerp16_NEON(vreinterpretq_s16_u16(t0), d0, frac7)),
+                     vqmovun_s16(Lerp16_NEON(vreinterpretq_s16_u16(t1), d1, frac7)));
+}
+
+// 16 weights from their low and high bytes; vst2 interleaves them into
+// little-endian words.
+inline void Store16Weights(uint16_t* out, uint8x16_t lo, uint8x16_t hi) {
+  vst2q_u8(reinterpret_cast<uint8_t*>(out), (uint8x16x2_t{{lo, hi}}));
+}
+
+// One group's depth rows, loaded once for every output row.
+struct DepthGroup {
+  uint16x8_t t0, t1;
+  int16x8_t d0, d1;
+};
+inline DepthGroup LoadGroup(const uint16_t* top, const int16_t* delta, int j) {
+  return {vld1q_u16(top + j), vld1q_u16(top + j + 8), vld1q_s16(delta + j),
+          vld1q_s16(delta + j + 8)};
+}
+
+// Table lookup: 16 pixels per step, the distance clamped to 31 and looked up
+// in one 32-entry table per byte of the weight. The stored entries 16..31
+// hold w(d) ^ w(d - 16); xoring them with entries 0..15 once per call gives
+// w(d) itself. Each group's depth rows serve every output row.
+// Remainder: the scalar formula on the last columns.
+void WeightRowTable_NEON(const uint16_t* top, const int16_t* delta, int from, int to,
+                         const WeightRows& rows, const WeightLut& lut) {
+  const uint8x16_t lo0 = vld1q_u8(lut.diff_lo), hi0 = vld1q_u8(lut.diff_hi);
+  const uint8x16x2_t lo_table = {{lo0, veorq_u8(lo0, vld1q_u8(lut.diff_lo + 16))}};
+  const uint8x16x2_t hi_table = {{hi0, veorq_u8(hi0, vld1q_u8(lut.diff_hi + 16))}};
+  const uint8x16_t low = vdupq_n_u8(static_cast<uint8_t>(lut.low));
+  const uint8x16_t high = vdupq_n_u8(static_cast<uint8_t>(lut.high));
+  const uint8x16_t last = vdupq_n_u8(kShortDiffs - 1);
+  int16x8_t frac7[kMaxWeightRows];
+  for (int i = 0; i < rows.count; ++i)
+    frac7[i] = vdupq_n_s16(static_cast<int16_t>(rows.fy[i] << 7));
+  int j = from;
+  for (; j + kGroup <= to; j += kGroup) {
+    const DepthGroup g = LoadGroup(top, delta, j);
+    for (int i = 0; i < rows.count; ++i) {
+      const uint8x16_t v = Depths16(g.t0, g.t1, g.d0, g.d1, frac7[i]);
+      // low <= high, so at most one saturating difference is nonzero.
+      const uint8x16_t d = vminq_u8(vorrq_u8(vqsubq_u8(low, v), vqsubq_u8(v, high)), last);
+      Store16Weights(rows.out[i] + j, vqtbl2q_u8(lo_table, d), vqtbl2q_u8(hi_table, d));
+    }
+  }
+  if (j < to) ScalarRowKernels().weight_row(top, delta, j, to, rows, lut);
+}
+
+// Per group, the weights of its 16 depths from group_min on are loaded as
+// lookup tables and indexed by v - group_min (0..15), for every output row.
+// Whole groups only.
+void NarrowRow_NEON(const uint16_t* top, const int16_t* delta, const uint8_t* group_min, int from,
+                    int to, const WeightRows& rows, const WeightLut& lut) {
+  int16x8_t frac7[kMaxWeightRows];
+  for (int i = 0; i < rows.count; ++i)
+    frac7[i] = vdupq_n_s16(static_cast<int16_t>(rows.fy[i] << 7));
+  for (int j = from; j < to; j += kGroup) {
+    const uint8_t base = group_min[j / kGroup];
+    const uint8x16_t lo_table = vld1q_u8(lut.depth_lo + base);
+    const uint8x16_t hi_table = vld1q_u8(lut.depth_hi + base);
+    const uint8x16_t at = vdupq_n_u8(base);
+    const DepthGroup g = LoadGroup(top, delta, j);
+    for (int i = 0; i < rows.count; ++i) {
+      const uint8x16_t index = vsubq_u8(Depths16(g.t0, g.t1, g.d0, g.d1, frac7[i]), at);
+      Store16Weights(rows.out[i] + j, vqtbl1q_u8(lo_table, index), vqtbl1q_u8(hi_table, index));
+    }
+  }
+}
+
+// Remainder: the scalar formula on the last n mod 8 pixels.
+void FillRow_NEON(uint16_t* out, int n, uint16_t w) {
+  const uint16x8_t value = vdupq_n_u16(w);
+  int i = 0;
+  for (; i + 8 <= n; i += 8) vst1q_u16(out + i, value);
+  if (i < n) ScalarRowKernels().weight_fill_row(out + i, n - i, w);
+}
+
+inline int16x8_t WidenLow(uint8x16_t v) { return vreinterpretq_s16_u16(vmovl_u8(vget_low_u8(v))); }
+inline int16x8_t WidenHigh(uint8x16_t v) { return vreinterpretq_s16_u16(vmovl_high_u8(v)); }
+
+// The group's samples from one 16-byte load by two lookups (picks are 0..15).
+void LerpGroup_NEON(const uint8_t* row, const ColumnTable& c, int g, uint16_t* dst) {
+  const uint8x16_t src = vld1q_u8(row + c.load_at[g]);
+  const uint8x16_t a = vqtbl1q_u8(src, vld1q_u8(c.pick0[g]));
+  const uint8x16_t b = vqtbl1q_u8(src, vld1q_u8(c.pick1[g]));
+  const int16x8_t a_lo = WidenLow(a), a_hi = WidenHigh(a);
+  const int16x8_t b_lo = WidenLow(b), b_hi = WidenHigh(b);
+  const int16_t* frac7 = c.frac7[g];
+  vst1q_u16(dst, vreinterpretq_u16_s16(Lerp16_NEON(a_lo, vsubq_s16(b_lo, a_lo), vld1q_s16(frac7))));
+  vst1q_u16(dst + 8,
+            vreinterpretq_u16_s16(Lerp16_NEON(a_hi, vsubq_s16(b_hi, a_hi), vld1q_s16(frac7 + 8))));
+}
+
+// Remainder: the scalar formula on the last columns and on groups whose
+// samples do not fit one load.
+void LerpColumns_NEON(const uint8_t* row, const ColumnTable& c, int from, int to, uint16_t* dst) {
+  const LerpColumnsFn formula = ScalarRowKernels().weight_lerp_columns;
+  int j = from;
+  for (int g = from / kGroup; j + kGroup <= to; ++g, j += kGroup) {
+    if (c.load_at[g] >= 0)
+      LerpGroup_NEON(row, c, g, dst + j);
+    else
+      formula(row, c, j, j + kGroup, dst);
+  }
+  formula(row, c, j, to, dst);
+}
+
+// Per group: lane-wise min and max of the four vectors, then across lanes.
+void PairRanges_NEON(const uint16_t* top, const uint16_t* bottom, int groups, int16_t* delta,
+                     uint8_t* group_min, uint8_t* group_max) {
+  for (int g = 0; g < groups; ++g) {
+    const int from = g * kGroup;
+    const uint16x8_t t0 = vld1q_u16(top + from), t1 = vld1q_u16(top + from + 8);
+    const uint16x8_t b0 = vld1q_u16(bottom + from), b1 = vld1q_u16(bottom + from + 8);
+    vst1q_s16(delta + from, vreinterpretq_s16_u16(vsubq_u16(b0, t0)));
+    vst1q_s16(delta + from + 8, vreinterpretq_s16_u16(vsubq_u16(b1, t1)));
+    const uint16x8_t lo = vminq_u16(vminq_u16(t0, t1), vminq_u16(b0, b1));
+    const uint16x8_t hi = vmaxq_u16(vmaxq_u16(t0, t1), vmaxq_u16(b0, b1));
+    group_min[g] = static_cast<uint8_t>(vminvq_u16(lo));
+    group_max[g] = static_cast<uint8_t>(vmaxvq_u16(hi));
+  }
+}
+
+void MinMaxBody_NEON(const uint8_t* src, int body, uint8_t* min_out, uint8_t* max_out) {
+  uint8x16_t vmin = vdupq_n_u8(0xFF);
+  uint8x16_t vmax = vdupq_n_u8(0);
+  for (int i = 0; i < body; i += kVec) {
+    const uint8x16_t v = vld1q_u8(src + i);
+    vmin = vminq_u8(vmin, v);
+    vmax = vmaxq_u8(vmax, v);
+  }
+  *min_out = vminvq_u8(vmin);
+  *max_out = vmaxvq_u8(vmax);
+}
+
+}  // namespace
+
+void FillWeight_NEON(RowKernels* k) {
+  k->weight_row_short = WeightRowTable_NEON;
+  k->weight_narrow_row = NarrowRow_NEON;
+  k->weight_fill_row = FillRow_NEON;
+  k->weight_lerp_columns = LerpColumns_NEON;
+  k->weight_pair_ranges = PairRanges_NEON;
+  k->depth_min_max_body = MinMaxBody_NEON;
+}
