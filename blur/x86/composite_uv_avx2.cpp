@@ -3,106 +3,21 @@
 // per step, each 128-bit lane doing what one SSE4.1 vector does for 8 pairs
 // with its own window; the 8- and 4-pair steps stay for the remainders.
 //
-// Everything here stays in this file's anonymous namespace: a shared inline
-// helper compiled with -mavx2 could be the copy an SSE4.1-only CPU runs.
+// Everything here, the shared header's helpers included, has internal
+// linkage: a shared inline helper compiled with -mavx2 could be the copy an
+// SSE4.1-only CPU runs.
 #include <immintrin.h>
 
-#include <cstring>
-
 #include "blur/row_kernels.h"
+#include "blur/x86/composite_uv_x86.h"
 
 namespace {
 
-using RowPtrs = ChromaRow;
-using Run = ChromaRun;
-
-constexpr int kPair = 2;  // bytes per pair
-constexpr int kMaxRun = kMaxCompositeRun;
-constexpr int kX6Cycle = 6;
-
-// Vector bulk, 8 pairs (16 bytes) per vector pair: the U bytes and the V
-// bytes of the pairs sit in two vectors of u16 lanes, lane j for pair j, so
-// that one vector of pair weights serves both channels and the channels never
-// meet until the final interleave.
-
-inline __m128i Load16(const void* p) { return _mm_loadu_si128(static_cast<const __m128i*>(p)); }
-inline __m128i Load8(const void* p) { return _mm_loadl_epi64(static_cast<const __m128i*>(p)); }
-
-struct Table16 {
-  int8_t b[16];
-};
-struct UTable16 {
-  uint8_t b[16];
-};
 struct Table32 {
   uint8_t b[32];
 };
-inline __m128i LoadTable(const Table16& t) { return Load16(t.b); }
-inline __m128i LoadTable(const UTable16& t) { return Load16(t.b); }
 inline __m256i LoadTable(const Table32& t) {
   return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(t.b));
-}
-
-// 16 small-row bytes at p of which `avail` (> 0) are named: a full load only
-// while all 16 lie inside what the row names, else a zero-padded copy.
-inline __m128i LoadWindow(const uint8_t* p, int avail) {
-  if (avail >= 16) return Load16(p);
-  uint8_t buf[16] = {0};
-  std::memcpy(buf, p, static_cast<size_t>(avail));
-  return Load16(buf);
-}
-
-// Weights of pairs p..p+7 (wt = luma row 2r + 2p) as u16 lanes: the even
-// entries of 16 loaded ones, masked and packed. The odd entries read in
-// between lie in the same luma row.
-inline __m128i PairWeights8(const uint16_t* wt) {
-  const __m128i even = _mm_set1_epi32(0xFFFF);
-  return _mm_packus_epi32(_mm_and_si128(Load16(wt), even), _mm_and_si128(Load16(wt + 8), even));
-}
-
-// Pairs p..p+3 in lanes 0..3 from 8 entries.
-inline __m128i PairWeights4(const uint16_t* wt) {
-  return _mm_packus_epi32(_mm_and_si128(Load16(wt), _mm_set1_epi32(0xFFFF)), _mm_setzero_si128());
-}
-
-// (s*(1024-w) + b*w + 512) >> 10 == s + ((b-s)*w + 512) >> 10, s*1024 being
-// a multiple of 1024; mulhrs(d << 5, w) = (d*32*w + 2^14) >> 15 is exactly
-// that shift. |d << 5| <= 8160 and w <= 1024 both fit int16.
-inline __m128i Blend(__m128i s, __m128i b, __m128i w) {
-  return _mm_add_epi16(s, _mm_mulhrs_epi16(_mm_slli_epi16(_mm_sub_epi16(b, s), 5), w));
-}
-
-// (h0*(256-fy) + h1*fy + 128) >> 8 == h0 + ((h1-h0)*fy + 128) >> 8
-// == h0 + mulhrs(h1 - h0, fy << 7); fy << 7 <= 32640 fits int16.
-inline __m128i Vertical(__m128i h0, __m128i h1, __m128i fy7) {
-  return _mm_add_epi16(h0, _mm_mulhrs_epi16(_mm_sub_epi16(h1, h0), fy7));
-}
-
-// U lanes and V lanes back to pairs; packus saturates (only weights above
-// 1024 can leave 0..255).
-inline __m128i Interleave(__m128i u, __m128i v) {
-  const __m128i zip = _mm_setr_epi8(0, 8, 1, 9, 2, 10, 3, 11, 4, 12, 5, 13, 6, 14, 7, 15);
-  return _mm_shuffle_epi8(_mm_packus_epi16(u, v), zip);
-}
-
-// Blends pairs p..p+7 with blurred U lanes u and V lanes v and stores them.
-inline void BlendStore16(const RowPtrs& row, int p, __m128i u, __m128i v) {
-  const __m128i s = Load16(row.src + kPair * p);
-  const __m128i w = PairWeights8(row.wt + kPair * p);
-  const __m128i su = _mm_and_si128(s, _mm_set1_epi16(0xFF));
-  const __m128i sv = _mm_srli_epi16(s, 8);
-  _mm_storeu_si128(reinterpret_cast<__m128i*>(row.out + kPair * p),
-                   Interleave(Blend(su, u, w), Blend(sv, v, w)));
-}
-
-// Pairs p..p+3 from lanes 0..3.
-inline void BlendStore8(const RowPtrs& row, int p, __m128i u, __m128i v) {
-  const __m128i s = Load8(row.src + kPair * p);
-  const __m128i w = PairWeights4(row.wt + kPair * p);
-  const __m128i su = _mm_and_si128(s, _mm_set1_epi16(0xFF));
-  const __m128i sv = _mm_srli_epi16(s, 8);
-  _mm_storel_epi64(reinterpret_cast<__m128i*>(row.out + kPair * p),
-                   Interleave(Blend(su, u, w), Blend(sv, v, w)));
 }
 
 // ---- 256-bit forms: lane 0 holds pairs p..p+7, lane 1 pairs p+8..p+15.
@@ -147,39 +62,14 @@ inline void BlendStore32(const RowPtrs& row, int p, __m256i u, __m256i v) {
                       Interleave(Blend(su, u, w), Blend(sv, v, w)));
 }
 
-// Shuffle picking, for lane j, the channel-c bytes of small pairs
-// first[j] and first[j] + 1 of a window (pairs 2 bytes apart).
-struct LaneFirst {
-  int pair[8];
-};
-constexpr Table16 PairShuffle(LaneFirst f, int c) {
-  Table16 t{};
-  for (int j = 0; j < 8; ++j) {
-    t.b[2 * j] = static_cast<int8_t>(kPair * f.pair[j] + c);
-    t.b[2 * j + 1] = static_cast<int8_t>(kPair * f.pair[j] + kPair + c);
-  }
-  return t;
-}
-
-// ---- x2: lane j (pair p + j, p even) reads small pairs j/2 and j/2 + 1.
-constexpr LaneFirst kX2First = {{0, 0, 1, 1, 2, 2, 3, 3}};
-
 // Remainder: 16 pairs per step, then 8 while all fit, then the driver's
 // formula. The 2x2 mean has no fraction, so the run's rows share it outright.
 int X2Bulk_AVX2(const Run& run, int pairs) {
   static constexpr Table16 kShufU = PairShuffle(kX2First, 0);
   static constexpr Table16 kShufV = PairShuffle(kX2First, 1);
-  const __m128i shuf_u = LoadTable(kShufU), shuf_v = LoadTable(kShufV);
-  const __m128i ones = _mm_set1_epi8(1), two = _mm_set1_epi16(2);
+  const __m256i shuf_u2 = _mm256_broadcastsi128_si256(LoadTable(kShufU));
+  const __m256i shuf_v2 = _mm256_broadcastsi128_si256(LoadTable(kShufV));
   const int named = pairs > 0 ? kPair * (((pairs - 1) >> 1) + 2) : 0;
-  // Sum of a 2x2 block: at most 4 * 255 + 2, fits u16.
-  auto mean = [&](__m128i top, __m128i bottom, __m128i shuf) {
-    const __m128i sum = _mm_add_epi16(_mm_maddubs_epi16(_mm_shuffle_epi8(top, shuf), ones),
-                                      _mm_maddubs_epi16(_mm_shuffle_epi8(bottom, shuf), ones));
-    return _mm_srli_epi16(_mm_add_epi16(sum, two), 2);
-  };
-  const __m256i shuf_u2 = _mm256_broadcastsi128_si256(shuf_u);
-  const __m256i shuf_v2 = _mm256_broadcastsi128_si256(shuf_v);
   const __m256i ones2 = _mm256_set1_epi8(1), two2 = _mm256_set1_epi16(2);
   auto mean2 = [&](__m256i top, __m256i bottom, __m256i shuf) {
     const __m256i sum =
@@ -197,39 +87,10 @@ int X2Bulk_AVX2(const Run& run, int pairs) {
     const __m256i u = mean2(top, bottom, shuf_u2), v = mean2(top, bottom, shuf_v2);
     for (int i = 0; i < run.n; ++i) BlendStore32(run.row[i], p, u, v);
   }
-  for (; p + 8 <= pairs; p += 8) {
-    const int a = p;  // byte of small pair p / 2
-    const __m128i top = LoadWindow(run.s0 + a, named - a);
-    const __m128i bottom = LoadWindow(run.s1 + a, named - a);
-    const __m128i u = mean(top, bottom, shuf_u), v = mean(top, bottom, shuf_v);
-    for (int i = 0; i < run.n; ++i) BlendStore16(run.row[i], p, u, v);
-  }
-  return p;
+  return X2Steps8(run, p, pairs, named);
 }
 
-// ---- x4, x8: lane j (pair p + j, p a multiple of F or of 4) reads small
-// pairs j/F and j/F + 1 with phase j mod F. fx = 256 i / F, so
-// (L*(256-fx) + R*fx + 128) >> 8 == (L*(F-i) + R*i + F/2) / F: maddubs forms
-// the small sum (<= 255 * 8) and mulhrs(x, 32768 / F) == (x + F/2) >> log2 F.
-constexpr LaneFirst PhaseFirst(int F) {
-  LaneFirst f{};
-  for (int j = 0; j < 8; ++j) f.pair[j] = j / F;
-  return f;
-}
-constexpr Table16 PhaseWeights(int F) {
-  Table16 t{};
-  for (int j = 0; j < 8; ++j) {
-    t.b[2 * j] = static_cast<int8_t>(F - j % F);
-    t.b[2 * j + 1] = static_cast<int8_t>(j % F);
-  }
-  return t;
-}
-
-// Remainder: 16 pairs per step, then 8, then one group of 4 (x4's bulk_pairs is a
-// multiple of 4, x8's of 8). The window of small pairs p/F.. is read only as
-// far as the bulk names (pair (bulk_pairs - 1) / F + 1).
-// Per column group the four horizontal vectors are formed once and stay in
-// registers while the run's rows take their vertical step and blend.
+// 16 pairs per step, then the steps of X48Steps8.
 template <int F>
 void X48Bulk_AVX2(const Run& run, int bulk_pairs) {
   static constexpr Table16 kShufU = PairShuffle(PhaseFirst(F), 0);
@@ -237,24 +98,7 @@ void X48Bulk_AVX2(const Run& run, int bulk_pairs) {
   static constexpr Table16 kWeights = PhaseWeights(F);
   const __m128i shuf_u = LoadTable(kShufU), shuf_v = LoadTable(kShufV);
   const __m128i weights = LoadTable(kWeights);
-  const __m128i div = _mm_set1_epi16(32768 / F);
   const int named = bulk_pairs > 0 ? kPair * ((bulk_pairs - 1) / F + 2) : 0;
-  __m128i fy7[kMaxRun];
-  for (int i = 0; i < run.n; ++i) fy7[i] = _mm_set1_epi16(static_cast<int16_t>(run.fy[i] << 7));
-  auto horizontal = [&](__m128i window, __m128i shuf) {
-    return _mm_mulhrs_epi16(_mm_maddubs_epi16(_mm_shuffle_epi8(window, shuf), weights), div);
-  };
-  // Blends pairs p.. of every row of the run with `store` (16 or 8 bytes).
-  auto group = [&](int p, auto store) {
-    const int a = kPair * (p / F);
-    const __m128i top = LoadWindow(run.s0 + a, named - a);
-    const __m128i bottom = LoadWindow(run.s1 + a, named - a);
-    const __m128i u0 = horizontal(top, shuf_u), u1 = horizontal(bottom, shuf_u);
-    const __m128i v0 = horizontal(top, shuf_v), v1 = horizontal(bottom, shuf_v);
-    for (int i = 0; i < run.n; ++i) {
-      store(run.row[i], p, Vertical(u0, u1, fy7[i]), Vertical(v0, v1, fy7[i]));
-    }
-  };
   const __m256i shuf_u2 = _mm256_broadcastsi128_si256(shuf_u);
   const __m256i shuf_v2 = _mm256_broadcastsi128_si256(shuf_v);
   const __m256i weights2 = _mm256_broadcastsi128_si256(weights);
@@ -280,28 +124,7 @@ void X48Bulk_AVX2(const Run& run, int bulk_pairs) {
       BlendStore32(run.row[i], p, Vertical(u0, u1, fy7w), Vertical(v0, v1, fy7w));
     }
   }
-  for (; p + 8 <= bulk_pairs; p += 8) group(p, BlendStore16);
-  if (p < bulk_pairs) group(p, BlendStore8);
-}
-
-// ---- x6: a block of 24 pairs (two groups of 12) from pair 1 + 24b reads
-// small pairs 4b..4b+4 (10 bytes, one window); its pair 1 + 24b + q has
-// x0 = 4b + q/6 and cycle step q mod 6. Part v holds q = 8v..8v+7; a lone
-// last group of 12 uses part 0 and lanes 0..3 of part 1.
-constexpr int kX6Parts = 3;
-constexpr LaneFirst X6First(int part) {
-  LaneFirst f{};
-  for (int j = 0; j < 8; ++j) f.pair[j] = (8 * part + j) / kX6Cycle;
-  return f;
-}
-constexpr UTable16 X6Weights(int part) {
-  UTable16 t{};
-  for (int j = 0; j < 8; ++j) {
-    const int i = (8 * part + j) % kX6Cycle;
-    t.b[2 * j] = static_cast<uint8_t>(kX6Left[i]);
-    t.b[2 * j + 1] = static_cast<uint8_t>(kX6Right[i]);
-  }
-  return t;
+  X48Steps8<F>(run, p, bulk_pairs, named);
 }
 
 // Parts q and q + 1 side by side, as lanes of one vector: the tables of a

@@ -2,124 +2,18 @@
 // formulas are in blur/composite_y.cpp).
 #include <smmintrin.h>
 
-#include <cstring>
-
 #include "blur/row_kernels.h"
+#include "blur/x86/composite_y_x86.h"
 
 namespace {
 
-using RowCtx = LumaRow;
-
-constexpr int kFracBits = 8;
-constexpr int kBulkGroup = 8;  // x4 / x8 bulk columns per group
-constexpr int kX2Group = 16;   // x2 bulk columns per group
-constexpr int kX6Group = 24;   // x6 bulk columns per group
-
-inline int Min(int a, int b) { return a < b ? a : b; }
-
-inline __m128i Load8(const void* p) { return _mm_loadl_epi64(static_cast<const __m128i*>(p)); }
-inline __m128i Load16(const void* p) { return _mm_loadu_si128(static_cast<const __m128i*>(p)); }
-
-// Small-row window of 8 bytes at p, of which only the first `need` are used.
-// Past the row's last named sample (avail < 8) only `need` bytes are read.
-inline __m128i LoadSamples(const uint8_t* p, int avail, int need) {
-  if (avail >= 8) return Load8(p);
-  uint8_t buf[8] = {0};
-  std::memcpy(buf, p, static_cast<size_t>(need));
-  return Load8(buf);
-}
-
-// Blend of 8 pixels in 16-bit lanes, exact for w in 0..1024:
-// (s*(1024-w) + b*w + 512) >> 10 == s + ((d*w + 512) >> 10) with d = b - s,
-// since s*1024 is a multiple of 1024; and mulhrs(d << 5, w) computes
-// (d*32*w + 2^14) >> 15 == (d*w + 512) >> 10. |d << 5| <= 8160 and w <= 1024
-// both fit int16. Heavier weights may leave 0..255; the caller's packus
-// saturates them.
-inline __m128i Blend8(__m128i s16, __m128i b16, __m128i w16) {
-  const __m128i d = _mm_slli_epi16(_mm_sub_epi16(b16, s16), 5);
-  return _mm_add_epi16(s16, _mm_mulhrs_epi16(d, w16));
-}
-
-// Blends 8 columns at c with the blurred values b16 and stores them.
-inline void BlendStore8(const RowCtx& q, int c, __m128i b16) {
-  const __m128i s16 = _mm_cvtepu8_epi16(Load8(q.src + c));
-  const __m128i o = Blend8(s16, b16, Load16(q.w + c));
-  _mm_storel_epi64(reinterpret_cast<__m128i*>(q.out + c), _mm_packus_epi16(o, o));
-}
-
-// Blends 16 columns at c with the blurred values lo (columns c..c+7) and hi.
-inline void BlendStore16(const RowCtx& q, int c, __m128i lo, __m128i hi) {
-  const __m128i src = Load16(q.src + c);
-  const __m128i o_lo = Blend8(_mm_cvtepu8_epi16(src), lo, Load16(q.w + c));
-  const __m128i o_hi = Blend8(_mm_unpackhi_epi8(src, _mm_setzero_si128()), hi, Load16(q.w + c + 8));
-  _mm_storeu_si128(reinterpret_cast<__m128i*>(q.out + c), _mm_packus_epi16(o_lo, o_hi));
-}
-
-// x2: 16 columns share 8 block means, each used twice.
-int X2Bulk_SSE41(const RowCtx& q, int W) {
-  const __m128i two = _mm_set1_epi16(2);
-  int c = 0;
-  // Scalar remainder: columns past the last full group of 16 whose 2x2
-  // samples k..k+8 are all named (c + 15 <= W - 3).
-  for (; c + kX2Group <= W - 2; c += kX2Group) {
-    const int k = c >> 1;
-    const __m128i a =
-        _mm_add_epi16(_mm_cvtepu8_epi16(Load8(q.s0 + k)), _mm_cvtepu8_epi16(Load8(q.s0 + k + 1)));
-    const __m128i b =
-        _mm_add_epi16(_mm_cvtepu8_epi16(Load8(q.s1 + k)), _mm_cvtepu8_epi16(Load8(q.s1 + k + 1)));
-    const __m128i mean = _mm_srli_epi16(_mm_add_epi16(_mm_add_epi16(a, b), two), 2);
-    BlendStore16(q, c, _mm_unpacklo_epi16(mean, mean), _mm_unpackhi_epi16(mean, mean));
-  }
-  return c;
-}
-
-// Byte pairs (left, right) and their weights for one group of 8 columns of
-// the phase table of factor F: column i of the group reads samples i / F and
-// i / F + 1 with weights (F - i % F, i % F).
-struct Table16 {
-  int8_t b[16];
-};
-
-constexpr Table16 PairShuffleXF(int F) {
-  Table16 t{};
-  for (int i = 0; i < 8; ++i) {
-    t.b[2 * i] = static_cast<int8_t>(i / F);
-    t.b[2 * i + 1] = static_cast<int8_t>(i / F + 1);
-  }
-  return t;
-}
-
-constexpr Table16 PairWeightsXF(int F) {
-  Table16 t{};
-  for (int i = 0; i < 8; ++i) {
-    t.b[2 * i] = static_cast<int8_t>(F - i % F);
-    t.b[2 * i + 1] = static_cast<int8_t>(i % F);
-  }
-  return t;
-}
-
-inline __m128i LoadTable(const Table16& t) { return Load16(t.b); }
-
-// Horizontally interpolated small rows of one strip of bulk columns, kept
-// for every output row of a run: h0 (row r0) and d = h1 - h0 (row r1), both
-// in 0..255 resp. -255..255 in 16-bit lanes. 8 KiB on the stack; wider rows
-// take several strips.
-constexpr int kStrip = 2016;  // a multiple of 16 and of 24
-struct StripCache {
-  alignas(16) int16_t h0[kStrip];
-  alignas(16) int16_t d[kStrip];
-};
-
-inline void StoreRows8(StripCache& k, int i, __m128i h0, __m128i h1) {
-  _mm_store_si128(reinterpret_cast<__m128i*>(k.h0 + i), h0);
-  _mm_store_si128(reinterpret_cast<__m128i*>(k.d + i), _mm_sub_epi16(h1, h0));
-}
+int X2Bulk_SSE41(const RowCtx& q, int W) { return X2Groups16(q, 0, W); }
 
 // Vertical step and blend of strip columns [0, len) at row column c0, len a
 // multiple of 8; 16 columns per step, remainder one group of 8.
 // (h0*(256-fy) + h1*fy + 128) >> 8 == h0 + ((d*fy + 128) >> 8)
 // == h0 + mulhrs(d, fy << 7); fy << 7 <= 32640 fits int16.
-inline void VerticalBlendStrip(const RowCtx& q, int c0, int len, const StripCache& k) {
+void VerticalBlendStrip(const RowCtx& q, int c0, int len, const StripCache& k) {
   const __m128i fy7 = _mm_set1_epi16(static_cast<int16_t>(q.fy << 7));
   auto vertical = [&](int i) {
     const __m128i h0 = _mm_load_si128(reinterpret_cast<const __m128i*>(k.h0 + i));
@@ -131,101 +25,15 @@ inline void VerticalBlendStrip(const RowCtx& q, int c0, int len, const StripCach
   if (i < len) BlendStore8(q, c0 + i, vertical(i));
 }
 
-// Horizontal step of the phase table. fx = 256 p / F is a multiple of 256 / F, so
-// (L*(256-fx) + R*fx + 128) >> 8 == (L*(F-p) + R*p + F/2) / F: maddubs forms
-// the small sum (<= 255 * 8) and mulhrs(x, 32768 / F) == (x + F/2) / F.
-// Fills the strip cache for columns [c0, c0 + len) of rows s0 and s1; len a
-// multiple of 8, 16 columns per window, remainder one group of 8.
 template <int F>
 void XFHorizontalStrip(const RowCtx& q, int c0, int len, int named, StripCache& k) {
-  static constexpr Table16 kShuffle = PairShuffleXF(F);
-  static constexpr Table16 kWeights = PairWeightsXF(F);
-  constexpr int kStep = kBulkGroup / F;  // samples per 8 columns
-  const __m128i shuffle_lo = LoadTable(kShuffle);
-  const __m128i shuffle_hi = _mm_add_epi8(shuffle_lo, _mm_set1_epi8(kStep));
-  const __m128i weights = LoadTable(kWeights);
-  const __m128i div = _mm_set1_epi16(32768 / F);
-  auto horizontal = [&](__m128i samples, __m128i shuffle) {
-    const __m128i pairs = _mm_shuffle_epi8(samples, shuffle);
-    return _mm_mulhrs_epi16(_mm_maddubs_epi16(pairs, weights), div);
-  };
-  int i = 0;
-  for (; i + 2 * kBulkGroup <= len; i += 2 * kBulkGroup) {
-    const int a = (c0 + i) / F;
-    const __m128i top = LoadSamples(q.s0 + a, named - a, 2 * kStep + 1);
-    const __m128i bottom = LoadSamples(q.s1 + a, named - a, 2 * kStep + 1);
-    StoreRows8(k, i, horizontal(top, shuffle_lo), horizontal(bottom, shuffle_lo));
-    StoreRows8(k, i + 8, horizontal(top, shuffle_hi), horizontal(bottom, shuffle_hi));
-  }
-  if (i < len) {
-    const int a = (c0 + i) / F;
-    const __m128i top = LoadSamples(q.s0 + a, named - a, kStep + 1);
-    const __m128i bottom = LoadSamples(q.s1 + a, named - a, kStep + 1);
-    StoreRows8(k, i, horizontal(top, shuffle_lo), horizontal(bottom, shuffle_lo));
-  }
+  XFHorizontalSteps16<F>(q, c0, 0, len, named, k);
 }
 
-// One horizontal pass per strip and run, then a vertical step per row.
-template <int F>
-void XFBulk_SSE41(const RowCtx* rows, int count, int end) {
-  StripCache k;
-  const int named = end > 0 ? (end - 1) / F + 2 : 0;  // samples the rows name
-  for (int c0 = 0; c0 < end; c0 += kStrip) {
-    const int len = Min(kStrip, end - c0);
-    XFHorizontalStrip<F>(rows[0], c0, len, named, k);
-    for (int i = 0; i < count; ++i) VerticalBlendStrip(rows[i], c0, len, k);
-  }
-}
-
-// x6 groups of 24 columns as three vectors of 8. Column t (0..23) of a group
-// reads samples t / 6 and t / 6 + 1 with weights (left, right)[t % 6].
-constexpr Table16 PairShuffleX6(int v) {
-  Table16 t{};
-  for (int i = 0; i < 8; ++i) {
-    const int col = 8 * v + i;
-    t.b[2 * i] = static_cast<int8_t>(col / 6);
-    t.b[2 * i + 1] = static_cast<int8_t>(col / 6 + 1);
-  }
-  return t;
-}
-
-struct UTable16 {
-  uint8_t b[16];
-};
-
-constexpr UTable16 PairWeightsX6(int v) {
-  UTable16 t{};
-  for (int i = 0; i < 8; ++i) {
-    const int j = (8 * v + i) % 6;
-    t.b[2 * i] = static_cast<uint8_t>(kX6Left[j]);
-    t.b[2 * i + 1] = static_cast<uint8_t>(kX6Right[j]);
-  }
-  return t;
-}
-
-// x6 horizontal step with 8-bit weights (left + right = 256, left <= 214 fits
-// u8). maddubs takes the weights as unsigned and the samples biased to signed
-// (s - 128): the pair sum stays in [-32768, 32512], and adding 0x8080 mod
-// 2^16 restores L*left + R*right + 128 <= 65408 for the logical shift.
-// Fills the strip cache for bulk columns [1 + g0, 1 + g0 + len), g0 and len
-// multiples of 24; no remainder.
+// Bulk columns [1 + g0, 1 + g0 + len), g0 and len multiples of 24; no
+// remainder.
 void X6HorizontalStrip(const RowCtx& q, int g0, int len, int named, StripCache& k) {
-  static constexpr Table16 kShuffle[3] = {PairShuffleX6(0), PairShuffleX6(1), PairShuffleX6(2)};
-  static constexpr UTable16 kWeights[3] = {PairWeightsX6(0), PairWeightsX6(1), PairWeightsX6(2)};
-  constexpr int kNeed = 5;  // samples per group of 24
-  const __m128i bias = _mm_set1_epi8(static_cast<char>(0x80));
-  const __m128i unbias = _mm_set1_epi16(static_cast<int16_t>(0x8080));
-  auto horizontal = [&](__m128i samples, int v) {
-    const __m128i pairs = _mm_shuffle_epi8(samples, LoadTable(kShuffle[v]));
-    const __m128i sum = _mm_maddubs_epi16(Load16(kWeights[v].b), pairs);
-    return _mm_srli_epi16(_mm_add_epi16(sum, unbias), kFracBits);
-  };
-  for (int i = 0; i < len; i += kX6Group) {
-    const int a = (g0 + i) / 6;
-    const __m128i top = _mm_xor_si128(LoadSamples(q.s0 + a, named - a, kNeed), bias);
-    const __m128i bottom = _mm_xor_si128(LoadSamples(q.s1 + a, named - a, kNeed), bias);
-    for (int v = 0; v < 3; ++v) StoreRows8(k, i + 8 * v, horizontal(top, v), horizontal(bottom, v));
-  }
+  for (int i = 0; i < len; i += kX6Group) X6HorizontalGroup(q, g0, i, named, k);
 }
 
 // Blends bulk columns [1, 1 + n) with the blurred value 0 (a row with fy = 0).
@@ -235,26 +43,11 @@ void X6ZeroRow(const RowCtx& q, int n) {
   if (c < 1 + n) BlendStore8(q, c, _mm_setzero_si128());
 }
 
-// As XFBulk_SSE41. A row with fy = 0 (the first of its r0, or with tiny dy
-// several) has its upper weight wrapped to 0 as well, so it blurs to 0.
-void X6Bulk_SSE41(const RowCtx* rows, int count, int n) {
-  int blurred = 0;
-  for (int i = 0; i < count; ++i) {
-    if (rows[i].fy == 0)
-      X6ZeroRow(rows[i], n);
-    else
-      ++blurred;
-  }
-  if (blurred == 0) return;
-  StripCache k;
-  const int named = n / 6 + 1;  // samples the rows name
-  for (int g0 = 0; g0 < n; g0 += kStrip) {
-    const int len = Min(kStrip, n - g0);
-    X6HorizontalStrip(rows[0], g0, len, named, k);
-    for (int i = 0; i < count; ++i)
-      if (rows[i].fy != 0) VerticalBlendStrip(rows[i], 1 + g0, len, k);
-  }
+template <int F>
+void XFBulk_SSE41(const RowCtx* rows, int count, int end) {
+  XFBulk<F>(rows, count, end);
 }
+void X6Bulk_SSE41(const RowCtx* rows, int count, int n) { X6Bulk(rows, count, n); }
 
 }  // namespace
 
