@@ -12,33 +12,11 @@
 
 #include "blur/kernels.h"
 #include "blur/row_kernels.h"
+#include "blur/shrink_taps.h"
 
 namespace {
 
 constexpr int kBytesPerPair = 2;
-
-template <int kFactor>
-struct Taps;
-template <>
-struct Taps<2> {
-  static constexpr int kWeight[2] = {1, 1};
-  static constexpr int kShift = 1;
-};
-template <>
-struct Taps<4> {
-  static constexpr int kWeight[4] = {1, 1, 1, 1};
-  static constexpr int kShift = 2;
-};
-template <>
-struct Taps<6> {
-  static constexpr int kWeight[6] = {1, 1, 2, 2, 1, 1};
-  static constexpr int kShift = 3;
-};
-template <>
-struct Taps<8> {
-  static constexpr int kWeight[8] = {1, 1, 1, 1, 1, 1, 1, 1};
-  static constexpr int kShift = 3;
-};
 
 // Weighted, rounded mean of kFactor same-channel bytes `stride` bytes apart.
 template <int kFactor>

@@ -6,6 +6,7 @@
 #include <cstdint>
 
 #include "blur/row_kernels.h"
+#include "blur/shrink_taps.h"
 
 namespace {
 
@@ -13,25 +14,6 @@ constexpr int kBytesPerPair = 2;
 constexpr int kVec = 16;
 constexpr int kPairsPerStep = 8;  // output pairs per horizontal step
 constexpr int kX2GroupBytes = 2 * kBytesPerPair;
-
-// Tap weights and shifts of the factors 4, 6 and 8 (see shrink_uv.cpp).
-template <int kFactor>
-struct Taps;
-template <>
-struct Taps<4> {
-  static constexpr int kWeight[4] = {1, 1, 1, 1};
-  static constexpr int kShift = 2;
-};
-template <>
-struct Taps<6> {
-  static constexpr int kWeight[6] = {1, 1, 2, 2, 1, 1};
-  static constexpr int kShift = 3;
-};
-template <>
-struct Taps<8> {
-  static constexpr int kWeight[8] = {1, 1, 1, 1, 1, 1, 1, 1};
-  static constexpr int kShift = 3;
-};
 
 // Remainder: vector on whole steps of 8 pairs, then the scalar formula pair
 // by pair. The factor-2 groups are always 4 bytes apart: vld2 on 16-bit

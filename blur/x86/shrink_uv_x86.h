@@ -8,30 +8,13 @@
 
 #include <cstdint>
 
+#include "blur/shrink_taps.h"
+
 namespace {
 
 constexpr int kBytesPerPair = 2;
 constexpr int kVec = 16;
 constexpr int kX2GroupBytes = 2 * kBytesPerPair;
-
-// Tap weights and shifts of the factors 4, 6 and 8 (see shrink_uv.cpp).
-template <int kFactor>
-struct Taps;
-template <>
-struct Taps<4> {
-  static constexpr int kWeight[4] = {1, 1, 1, 1};
-  static constexpr int kShift = 2;
-};
-template <>
-struct Taps<6> {
-  static constexpr int kWeight[6] = {1, 1, 2, 2, 1, 1};
-  static constexpr int kShift = 3;
-};
-template <>
-struct Taps<8> {
-  static constexpr int kWeight[8] = {1, 1, 1, 1, 1, 1, 1, 1};
-  static constexpr int kShift = 3;
-};
 
 inline __m128i Load16(const uint8_t* p) {
   return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
