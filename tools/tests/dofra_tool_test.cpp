@@ -25,7 +25,7 @@ constexpr int kW = 200;
 constexpr int kH = 120;
 constexpr int kNearDisparity = 200;
 constexpr int kFarDisparity = 5;
-constexpr int kMargin = 40;  // smoothing and interpolation reach across the edge
+constexpr int kMargin = 40;   // smoothing and interpolation reach across the edge
 constexpr int kHoleLeft = 0;  // in the corner: only the backward sweep reaches it
 constexpr int kHoleTop = 0;
 constexpr int kHoleW = 24;
@@ -366,6 +366,7 @@ INSTANTIATE_TEST_SUITE_P(
         BadInput{"ScaleThree", Blur({"--scale", "3"}), "2, 4, 6 or 8"},
         BadInput{"ScaleZeroInDemo", {"demo", "--out", "@/demo", "--scale", "0"}, "2, 4, 6 or 8"},
         BadInput{"MalformedSize", {"bench", "--size", "12"}, "WIDTHxHEIGHT"},
+        BadInput{"ZeroSize", {"demo", "--out", "@/demo", "--size", "0x240"}, "out of range"},
         BadInput{"MalformedFocus", Blur({"--focus", "1;2"}), "X,Y"},
         BadInput{"MalformedCalib", Blur({"--calib", "1,2,3"}), "A,B,M,N"},
         BadInput{"ZeroCalibDen", Blur({"--calib", "1,0,3,4"}), "B must not be 0"},
