@@ -79,16 +79,21 @@ inline int Mean2x2(const RowCtx& q, int k) {
   return (q.s0[k] + q.s0[k + 1] + q.s1[k] + q.s1[k + 1] + 2) >> 2;  // sum <= 1022
 }
 
+// Columns [from, to) with the full 2x2 mean.
+void X2Means_C(const RowCtx& q, int from, int to) {
+  for (int c = from; c < to; ++c) q.out[c] = BlendWrap(q.src[c], Mean2x2(q, c >> 1), q.w[c]);
+}
+
 int X2Bulk_C(const RowCtx& q, int W) {
   const int n = std::max(W - 2, 0) / kX2Group * kX2Group;
-  for (int c = 0; c < n; ++c) q.out[c] = BlendWrap(q.src[c], Mean2x2(q, c >> 1), q.w[c]);
+  X2Means_C(q, 0, n);
   return n;
 }
 
 // Scalar formula for columns [from, W); also the remainder of the bulk.
 void X2Tail_C(const RowCtx& q, int W, int from) {
-  int c = from;
-  for (; c < W - 2; ++c) q.out[c] = BlendWrap(q.src[c], Mean2x2(q, c >> 1), q.w[c]);
+  int c = std::max(from, W - 2);
+  X2Means_C(q, from, c);
   // Last two columns: k + 1 would lie past a plane of width W / 2.
   for (; c < W; ++c) {
     const int k = c >> 1;
@@ -96,10 +101,47 @@ void X2Tail_C(const RowCtx& q, int W, int from) {
   }
 }
 
-void CompositeX2(const Planes& p, int first, int last, X2Bulk bulk) {
+// Vector members also run the bulk on the columns past it: a copy of the
+// row's end with its last sample repeated (EdgeSamples) turns the edge rules
+// into the bulk formula, since a repeated sample interpolates to itself and
+// the mean of a repeated pair is the pair's sample. The _c members keep the
+// formulas as stated, pixel by pixel.
+constexpr int kEdgeSamples = 32;
+struct EdgeSamples {
+  uint8_t s0[kEdgeSamples];
+  uint8_t s1[kEdgeSamples];
+};
+
+// Samples x.. of both rows, sample `last` repeated past it.
+EdgeSamples CopyEdge(const RowCtx& q, int x, int last) {
+  EdgeSamples e;
+  for (int j = 0; j < kEdgeSamples; ++j) {
+    e.s0[j] = q.s0[std::min(x + j, last)];
+    e.s1[j] = q.s1[std::min(x + j, last)];
+  }
+  return e;
+}
+
+// Row q from column c on, reading its small rows from e (sample c / F first).
+RowCtx EdgeRow(const RowCtx& q, int c, const EdgeSamples& e) {
+  return {q.src + c, q.w + c, q.out + c, e.s0, e.s1, q.fy, q.dx};
+}
+
+void CompositeX2(const Planes& p, int first, int last, X2Bulk bulk, bool bulk_edge) {
+  // The formula halves coordinates whatever sw is; an even W makes both
+  // last columns read sample W / 2 - 1 alone.
+  const bool edge_in_bulk = bulk_edge && p.W % 2 == 0;
+  const int half_last = p.W / 2 - 1;
   auto row = [&](int r, int r1) {
     const RowCtx q = MakeRow(p, r, r >> 1, r1, 0, 0);
-    X2Tail_C(q, p.W, bulk(q, p.W));
+    const int done = bulk(q, p.W);
+    if (!edge_in_bulk) return X2Tail_C(q, p.W, done);
+    // Every tail column takes the full mean on the copy; the bulk's width
+    // counts two columns past the ones it may write.
+    const int tail = p.W - done;
+    const EdgeSamples e = CopyEdge(q, done / 2, half_last);
+    const RowCtx edge = EdgeRow(q, done, e);
+    X2Means_C(edge, bulk(edge, tail + 2), tail);
   };
   for (int r = first; r <= last - 2; ++r) row(r, (r >> 1) + 1);
   // The band's last two rows clamp r1; a one-row band thus rewrites the row
@@ -120,15 +162,18 @@ inline int BilinearXF(const RowCtx& q, int x0, int fx) {
   return std::min(255, Lerp8(h0, h1, kFracOne - q.fy, q.fy));
 }
 
+// Columns [from, to) with the phase table.
+template <int F>
+void XFPhaseColumns_C(const RowCtx& q, int from, int to) {
+  for (int c = from; c < to; ++c) {
+    const int fx = (c % F) * (kFracOne / F);
+    q.out[c] = BlendClamp(q.src[c], BilinearXF<F>(q, c / F, fx), q.w[c]);
+  }
+}
+
 template <int F>
 void XFBulk_C(const RowCtx* rows, int count, int end) {
-  for (int i = 0; i < count; ++i) {
-    const RowCtx& q = rows[i];
-    for (int c = 0; c < end; ++c) {
-      const int fx = (c % F) * (kFracOne / F);
-      q.out[c] = BlendClamp(q.src[c], BilinearXF<F>(q, c / F, fx), q.w[c]);
-    }
-  }
+  for (int i = 0; i < count; ++i) XFPhaseColumns_C<F>(rows[i], 0, end);
 }
 
 // Main-row columns [from, W): positions from c * dx, last F vertical only.
@@ -159,27 +204,44 @@ void XFBottomRow_C(const RowCtx& q, int W) {
   for (; c < W; ++c) q.out[c] = BlendClamp(q.src[c], q.s0[PosInt(c, q.dx)], q.w[c]);
 }
 
+// With W = F * sw the positions c * dx equal the phase table, so the tail
+// columns (the last F among them) and the bottom rows (r1 = r0, whose
+// vertical step returns h0) take the bulk formula on the copy too.
 template <int F>
-void CompositeXF(const Planes& p, int first, int last, XFBulk bulk) {
+void CompositeXF(const Planes& p, int first, int last, XFBulk bulk, bool bulk_edge) {
   const int dx = p.sw * kPosOne / p.W;
   const int dy = p.sh * kPosOne / p.H;
   const bool at_bottom = last == p.H - 1;
   const int main_last = at_bottom ? p.H - 1 - F : last;
   const int bulk_end = std::max(p.W - F, 0) / kBulkGroup * kBulkGroup;
+  const bool edge_in_bulk = bulk_edge && p.W == F * p.sw;
   RowCtx rows[kMaxRun];
+  auto run = [&](int r, int n, int r0, int r1) {
+    for (int i = 0; i < n; ++i) rows[i] = MakeRow(p, r + i, r0, r1, PosFrac(r + i, dy), dx);
+    bulk(rows, n, bulk_end);
+    if (!edge_in_bulk) return false;
+    const EdgeSamples e = CopyEdge(rows[0], bulk_end / F, p.sw - 1);
+    RowCtx edge[kMaxRun];
+    for (int i = 0; i < n; ++i) edge[i] = EdgeRow(rows[i], bulk_end, e);
+    const int tail = p.W - bulk_end;
+    const int groups = tail / kBulkGroup * kBulkGroup;
+    bulk(edge, n, groups);
+    for (int i = 0; i < n; ++i) XFPhaseColumns_C<F>(edge[i], groups, tail);
+    return true;
+  };
   for (int r = first; r <= main_last;) {
     const int r0 = PosInt(r, dy);
     const int n = RunLength(r, main_last, dy);
-    for (int i = 0; i < n; ++i)
-      rows[i] = MakeRow(p, r + i, r0, std::min(r0 + 1, p.sh - 1), PosFrac(r + i, dy), dx);
-    bulk(rows, n, bulk_end);
-    for (int i = 0; i < n; ++i) XFMainTail_C<F>(rows[i], p.W, bulk_end);
+    if (!run(r, n, r0, std::min(r0 + 1, p.sh - 1)))
+      for (int i = 0; i < n; ++i) XFMainTail_C<F>(rows[i], p.W, bulk_end);
     r += n;
   }
   if (!at_bottom) return;
-  for (int r = p.H - F; r <= p.H - 1; ++r) {
+  for (int r = p.H - F; r <= p.H - 1;) {
     const int r0 = PosInt(r, dy);
-    XFBottomRow_C<F>(MakeRow(p, r, r0, r0, PosFrac(r, dy), dx), p.W);
+    const int n = edge_in_bulk ? RunLength(r, p.H - 1, dy) : 1;
+    if (!run(r, n, r0, r0)) XFBottomRow_C<F>(MakeRow(p, r, r0, r0, PosFrac(r, dy), dx), p.W);
+    r += n;
   }
 }
 
@@ -276,19 +338,19 @@ void FillCompositeY_C(RowKernels* k) {
 
 DOFRA_BLEND(__CreateOutputImage_Y_x2_neon) {
   CompositeX2(Planes{src, weights, small, out, W, H, sw, sh}, first_row, last_row,
-              ActiveRowKernels().luma_x2_bulk);
+              ActiveRowKernels().luma_x2_bulk, true);
 }
 DOFRA_BLEND(__CreateOutputImage_Y_x2_c) {
   CompositeX2(Planes{src, weights, small, out, W, H, sw, sh}, first_row, last_row,
-              ScalarRowKernels().luma_x2_bulk);
+              ScalarRowKernels().luma_x2_bulk, false);
 }
 DOFRA_BLEND(__CreateOutputImage_Y_x4_neon) {
   CompositeXF<4>(Planes{src, weights, small, out, W, H, sw, sh}, first_row, last_row,
-                 ActiveRowKernels().luma_x4_bulk);
+                 ActiveRowKernels().luma_x4_bulk, true);
 }
 DOFRA_BLEND(__CreateOutputImage_Y_x4_c) {
   CompositeXF<4>(Planes{src, weights, small, out, W, H, sw, sh}, first_row, last_row,
-                 ScalarRowKernels().luma_x4_bulk);
+                 ScalarRowKernels().luma_x4_bulk, false);
 }
 DOFRA_BLEND(__CreateOutputImage_Y_x6_neon) {
   CompositeX6(Planes{src, weights, small, out, W, H, sw, sh}, first_row, last_row,
@@ -300,9 +362,9 @@ DOFRA_BLEND(__CreateOutputImage_Y_x6_c) {
 }
 DOFRA_BLEND(__CreateOutputImage_Y_x8_neon) {
   CompositeXF<8>(Planes{src, weights, small, out, W, H, sw, sh}, first_row, last_row,
-                 ActiveRowKernels().luma_x8_bulk);
+                 ActiveRowKernels().luma_x8_bulk, true);
 }
 DOFRA_BLEND(__CreateOutputImage_Y_x8_c) {
   CompositeXF<8>(Planes{src, weights, small, out, W, H, sw, sh}, first_row, last_row,
-                 ScalarRowKernels().luma_x8_bulk);
+                 ScalarRowKernels().luma_x8_bulk, false);
 }
