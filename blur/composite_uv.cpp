@@ -82,6 +82,36 @@ void ForEachRun(const uint8_t* src, const uint16_t* weights, uint8_t* out, int W
   if (run.n > 0) emit(run);
 }
 
+// Vector members also run the bulk on the pairs past it: a copy of the small
+// rows' end with the last pair repeated turns the edge rules into the bulk
+// formula, since a repeated sample interpolates to itself and the mean of a
+// repeated pair is that pair. The _c members keep the stated formulas.
+constexpr int kEdgePairs = 16;
+struct EdgeRows {
+  uint8_t s0[kPair * kEdgePairs];
+  uint8_t s1[kPair * kEdgePairs];
+};
+
+// Small pairs x.. of the run's rows, pair `last` repeated past it; the run's
+// rows from pair p on read them.
+Run EdgeRun(const Run& run, int p, int x, int last, EdgeRows& e) {
+  for (int j = 0; j < kEdgePairs; ++j) {
+    const int from = kPair * (x + j < last ? x + j : last);
+    for (int c = 0; c < kPair; ++c) {
+      e.s0[kPair * j + c] = run.s0[from + c];
+      e.s1[kPair * j + c] = run.s1[from + c];
+    }
+  }
+  Run edge = run;
+  edge.s0 = e.s0;
+  edge.s1 = e.s1;
+  for (int i = 0; i < run.n; ++i) {
+    const RowPtrs& r = run.row[i];
+    edge.row[i] = {r.src + kPair * p, r.wt + kPair * p, r.out + kPair * p};
+  }
+  return edge;
+}
+
 // ---------------------------------------------------------------------------
 // x2: the four pairs of a 2x2 block of pairs share the mean of the 2x2 block
 // of small pairs at halved coordinates (a half-pair shift, not interpolation).
@@ -117,9 +147,11 @@ int X2Bulk_C(const Run& run, int pairs) {
   return pairs;
 }
 
-void CompositeX2(X2BulkFn bulk, const uint8_t* src, int W, int sw, int sh, const uint16_t* weights,
-                 const uint8_t* small, uint8_t* out, int first, int last) {
+void CompositeX2(X2BulkFn bulk, bool bulk_edge, const uint8_t* src, int W, int sw, int sh,
+                 const uint16_t* weights, const uint8_t* small, uint8_t* out, int first, int last) {
   const int pairs = W / kPair;
+  // An even pair count makes both last pairs read small pair pairs / 2 - 1.
+  const bool edge_in_bulk = bulk_edge && pairs % 2 == 0;
   // The band's last two rows clamp r1; a one-row band thus also rewrites the
   // row above it (same values), except at row 0, which the frame check never
   // hands it (its row above would lie outside the plane). The rows written
@@ -132,6 +164,13 @@ void CompositeX2(X2BulkFn bulk, const uint8_t* src, int W, int sw, int sh, const
   };
   ForEachRun(src, weights, out, W, r_begin, last, source, [&](const Run& run) {
     const int done = bulk(run, pairs - 2);
+    if (edge_in_bulk) {
+      EdgeRows e;
+      const Run edge = EdgeRun(run, done, done / 2, pairs / 2 - 1, e);
+      const int tail = pairs - done, tail_done = bulk(edge, tail);
+      for (int i = 0; i < run.n; ++i) X2Pairs_C(edge.row[i], edge.s0, edge.s1, tail_done, tail);
+      return;
+    }
     for (int i = 0; i < run.n; ++i) {
       X2Pairs_C(run.row[i], run.s0, run.s1, done, pairs - 2);
       X2EdgePairs(run.row[i], run.s0, run.s1, pairs);
@@ -221,8 +260,8 @@ void X48BottomRow(const RowPtrs& row, const uint8_t* s0, int p_begin, int pairs,
 // r1 = r0 the vertical step returns h0 exactly, and when dx is 65536 / F the
 // positions p * dx equal the phase table. The _c members pass false.
 template <int F>
-void CompositeX48(X48BulkFn bulk, bool bulk_bottom, const uint8_t* src, int W, int H, int sw,
-                  int sh, const uint16_t* weights, const uint8_t* small, uint8_t* out, int first,
+void CompositeX48(X48BulkFn bulk, bool bulk_edges, const uint8_t* src, int W, int H, int sw, int sh,
+                  const uint16_t* weights, const uint8_t* small, uint8_t* out, int first,
                   int last) {
   const int dx = sw * 65536 / W;
   const int dy = sh * 65536 / H;
@@ -235,20 +274,34 @@ void CompositeX48(X48BulkFn bulk, bool bulk_bottom, const uint8_t* src, int W, i
     const uint8_t* s0 = small + q.x0 * sw;
     return RowSource{s0, s0 + sw, q.fx};
   };
+  // With W = F * sw the last F pairs read the last small pair, so the whole
+  // tail takes the bulk formula on a copy.
+  const bool edge_in_bulk = bulk_edges && W == F * sw;
+  constexpr int kGroupPairs = F == 4 ? 4 : 8;
+  auto bulk_tail = [&](const Run& run) {
+    EdgeRows e;
+    const Run edge = EdgeRun(run, bulk_pairs, bulk_pairs / F, sw / kPair - 1, e);
+    const int tail = pairs - bulk_pairs, groups = tail / kGroupPairs * kGroupPairs;
+    bulk(edge, groups);
+    for (int i = 0; i < run.n; ++i)
+      X48PhasePairs_C<F>(edge.row[i], edge.s0, edge.s1, edge.fy[i], groups, tail);
+  };
   ForEachRun(src, weights, out, W, first, main_last, main_source, [&](const Run& run) {
     bulk(run, bulk_pairs);
+    if (edge_in_bulk) return bulk_tail(run);
     for (int i = 0; i < run.n; ++i) {
       X48MainTail<F>(run.row[i], run.s0, run.s1, run.fy[i], bulk_pairs, pairs, dx);
     }
   });
   if (!bottom) return;
-  const int bottom_bulk = bulk_bottom && dx == 65536 / F ? bulk_pairs : 0;
+  const int bottom_bulk = bulk_edges && dx == 65536 / F ? bulk_pairs : 0;
   auto bottom_source = [&](int r) {
     const uint8_t* s0 = small + PosAt(r, dy).x0 * sw;
     return RowSource{s0, s0, 0};
   };
   ForEachRun(src, weights, out, W, H - F, H - 1, bottom_source, [&](const Run& run) {
     if (bottom_bulk > 0) bulk(run, bottom_bulk);
+    if (edge_in_bulk) return bulk_tail(run);
     for (int i = 0; i < run.n; ++i) X48BottomRow<F>(run.row[i], run.s0, bottom_bulk, pairs, dx);
   });
 }
@@ -371,8 +424,8 @@ void FillCompositeUV_C(RowKernels* k) {
 // stated, pixel by pixel.
 DOFRA_BLEND(__CreateOutputImage_UV_x2_c) {
   (void)H;
-  CompositeX2(ScalarRowKernels().chroma_x2_bulk, src, W, sw, sh, weights, small, out, first_row,
-              last_row);
+  CompositeX2(ScalarRowKernels().chroma_x2_bulk, false, src, W, sw, sh, weights, small, out,
+              first_row, last_row);
 }
 DOFRA_BLEND(__CreateOutputImage_UV_x4_c) {
   CompositeX48<4>(ScalarRowKernels().chroma_x4_bulk, false, src, W, H, sw, sh, weights, small, out,
@@ -389,8 +442,8 @@ DOFRA_BLEND(__CreateOutputImage_UV_x8_c) {
 
 DOFRA_BLEND(__CreateOutputImage_UV_x2_neon) {
   (void)H;
-  CompositeX2(ActiveRowKernels().chroma_x2_bulk, src, W, sw, sh, weights, small, out, first_row,
-              last_row);
+  CompositeX2(ActiveRowKernels().chroma_x2_bulk, true, src, W, sw, sh, weights, small, out,
+              first_row, last_row);
 }
 DOFRA_BLEND(__CreateOutputImage_UV_x4_neon) {
   CompositeX48<4>(ActiveRowKernels().chroma_x4_bulk, true, src, W, H, sw, sh, weights, small, out,
