@@ -290,40 +290,89 @@ void X6MainEdges_C(const RowCtx& q, int W, int from) {
   }
 }
 
-// Row 0 and the bottom rows: horizontal only on row r0, nearest sample in
-// column 0 and in the last 5 columns.
-void X6HorizontalRow_C(const RowCtx& q, int W) {
-  q.out[0] = BlendWrap(q.src[0], q.s0[0], q.w[0]);
-  int c = 1;
-  for (; c <= W - 1 - kX6Edge; ++c) {
-    const int x0 = PosInt(c, q.dx);
-    const int fx = PosFrac(c, q.dx);
-    q.out[c] = BlendWrap(q.src[c], Lerp8(q.s0[x0], q.s0[x0 + 1], kFracOne - fx, fx), q.w[c]);
+// X6MainEdges_C for a run of rows sharing s0 and s1: the horizontal steps of
+// the edge columns (column 0, then [from, W)) are taken once per run.
+constexpr int kX6EdgeColumns = 1 + kX6Group + kX6Edge;  // column 0, tail < 24 + 5
+void X6RunEdges(const RowCtx* rows, int n, int W, int from) {
+  const RowCtx& q = rows[0];
+  int col[kX6EdgeColumns], h0[kX6EdgeColumns], h1[kX6EdgeColumns];
+  int k = 0;
+  col[k] = 0, h0[k] = q.s0[0], h1[k] = q.s1[0], ++k;
+  for (int c = from; c < W; ++c, ++k) {
+    const int x0 = PosInt(c, q.dx), fx = PosFrac(c, q.dx);
+    const bool vertical = c > W - 1 - kX6Edge;
+    col[k] = c;
+    h0[k] = vertical ? q.s0[x0] : Lerp8(q.s0[x0], q.s0[x0 + 1], kFracOne - fx, fx);
+    h1[k] = vertical ? q.s1[x0] : Lerp8(q.s1[x0], q.s1[x0 + 1], kFracOne - fx, fx);
   }
-  for (; c < W; ++c) q.out[c] = BlendWrap(q.src[c], q.s0[PosInt(c, q.dx)], q.w[c]);
+  for (int i = 0; i < n; ++i) {
+    const RowCtx& r = rows[i];
+    for (int j = 0; j < k; ++j)
+      r.out[col[j]] = BlendWrap(r.src[col[j]], VerticalX6(h0[j], h1[j], r.fy), r.w[col[j]]);
+  }
 }
 
-void CompositeX6(const Planes& p, int first, int last, X6Bulk bulk) {
+// Row 0 and the bottom rows: horizontal only on row r0, nearest sample in
+// column 0 and in the last 5 columns.
+inline int X6HorizontalSample(const RowCtx& q, int W, int c) {
+  const int x0 = PosInt(c, q.dx);
+  if (c == 0 || c > W - 1 - kX6Edge) return q.s0[x0];
+  const int fx = PosFrac(c, q.dx);
+  return Lerp8(q.s0[x0], q.s0[x0 + 1], kFracOne - fx, fx);
+}
+
+void X6HorizontalRow_C(const RowCtx& q, int W) {
+  for (int c = 0; c < W; ++c) q.out[c] = BlendWrap(q.src[c], X6HorizontalSample(q, W, c), q.w[c]);
+}
+
+// X6HorizontalRow_C for rows sharing r0: one horizontal pass per chunk of
+// columns, then a blend per row.
+constexpr int kX6Chunk = 256;
+void X6HorizontalRows(const RowCtx* rows, int n, int W) {
+  uint8_t h[kX6Chunk];
+  for (int c0 = 0; c0 < W; c0 += kX6Chunk) {
+    const int len = std::min(kX6Chunk, W - c0);
+    for (int j = 0; j < len; ++j)
+      h[j] = static_cast<uint8_t>(X6HorizontalSample(rows[0], W, c0 + j));
+    for (int i = 0; i < n; ++i) {
+      const RowCtx& q = rows[i];
+      for (int j = 0; j < len; ++j) q.out[c0 + j] = BlendWrap(q.src[c0 + j], h[j], q.w[c0 + j]);
+    }
+  }
+}
+
+// Vector members take the edges a run (or rows sharing r0) at a time; the
+// _c members keep the formulas pixel by pixel.
+void CompositeX6(const Planes& p, int first, int last, X6Bulk bulk, bool by_run) {
   const int dx = p.sw * kPosOne / p.W;
   const int dy = p.sh * kPosOne / p.H;
   const bool at_bottom = last == p.H - 1;
   const int bulk_n = std::max(p.W - 6, 0) / kX6Group * kX6Group;
-  if (first == 0) X6HorizontalRow_C(MakeRow(p, 0, 0, 0, 0, dx), p.W);
+  RowCtx rows[kMaxRun];
+  if (first == 0) {
+    rows[0] = MakeRow(p, 0, 0, 0, 0, dx);
+    by_run ? X6HorizontalRows(rows, 1, p.W) : X6HorizontalRow_C(rows[0], p.W);
+  }
   const int main_first = first == 0 ? 1 : first;
   const int main_last = at_bottom ? p.H - 1 - kX6Edge : last;
-  RowCtx rows[kMaxRun];
   for (int r = main_first; r <= main_last;) {
     const int r0 = PosInt(r, dy);
     const int n = RunLength(r, main_last, dy);
     for (int i = 0; i < n; ++i) rows[i] = MakeRow(p, r + i, r0, r0 + 1, PosFrac(r + i, dy), dx);
     bulk(rows, n, bulk_n);
-    for (int i = 0; i < n; ++i) X6MainEdges_C(rows[i], p.W, 1 + bulk_n);
+    if (by_run)
+      X6RunEdges(rows, n, p.W, 1 + bulk_n);
+    else
+      for (int i = 0; i < n; ++i) X6MainEdges_C(rows[i], p.W, 1 + bulk_n);
     r += n;
   }
   if (!at_bottom) return;
-  for (int r = p.H - kX6Edge; r <= p.H - 1; ++r) {
+  for (int r = p.H - kX6Edge; r <= p.H - 1;) {
     const int r0 = PosInt(r, dy);
-    X6HorizontalRow_C(MakeRow(p, r, r0, r0, PosFrac(r, dy), dx), p.W);
+    const int n = by_run ? RunLength(r, p.H - 1, dy) : 1;
+    for (int i = 0; i < n; ++i) rows[i] = MakeRow(p, r + i, r0, r0, PosFrac(r + i, dy), dx);
+    by_run ? X6HorizontalRows(rows, n, p.W) : X6HorizontalRow_C(rows[0], p.W);
+    r += n;
   }
 }
 
@@ -354,11 +403,11 @@ DOFRA_BLEND(__CreateOutputImage_Y_x4_c) {
 }
 DOFRA_BLEND(__CreateOutputImage_Y_x6_neon) {
   CompositeX6(Planes{src, weights, small, out, W, H, sw, sh}, first_row, last_row,
-              ActiveRowKernels().luma_x6_bulk);
+              ActiveRowKernels().luma_x6_bulk, true);
 }
 DOFRA_BLEND(__CreateOutputImage_Y_x6_c) {
   CompositeX6(Planes{src, weights, small, out, W, H, sw, sh}, first_row, last_row,
-              ScalarRowKernels().luma_x6_bulk);
+              ScalarRowKernels().luma_x6_bulk, false);
 }
 DOFRA_BLEND(__CreateOutputImage_Y_x8_neon) {
   CompositeXF<8>(Planes{src, weights, small, out, W, H, sw, sh}, first_row, last_row,
