@@ -342,18 +342,34 @@ void X6Bulk_C(const Run& run, int bulk_pairs) {
   for (int i = 0; i < run.n; ++i) X6Pairs_C(run.row[i], run.s0, run.s1, run.fy[i], bulk_pairs);
 }
 
-// Horizontal-only row (row 0 and the bottom rows): pair 0 and the last 5
+// Horizontal-only sample (row 0 and the bottom rows): pair 0 and the last 5
 // pairs nearest, the rest from p * dx with left weight 256 - fx.
+inline int X6HorizontalSample(const uint8_t* s0, int pairs, int dx, int p, int c) {
+  const Pos q = PosAt(p, dx);
+  const int x = kPair * q.x0;
+  if (p == 0 || p >= pairs - kX6Edge) return s0[x + c];
+  return Lerp(s0[x + c], s0[x + kPair + c], kFracOne - q.fx, q.fx);
+}
+
 void X6HorizontalRow(const RowPtrs& row, const uint8_t* s0, int pairs, int dx) {
   for (int p = 0; p < pairs; ++p) {
-    const Pos q = PosAt(p, dx);
-    const int x = kPair * q.x0;
-    const bool nearest = p == 0 || p >= pairs - kX6Edge;
     int b[kPair];
-    for (int c = 0; c < kPair; ++c) {
-      b[c] = nearest ? s0[x + c] : Lerp(s0[x + c], s0[x + kPair + c], kFracOne - q.fx, q.fx);
-    }
+    for (int c = 0; c < kPair; ++c) b[c] = X6HorizontalSample(s0, pairs, dx, p, c);
     PutPair<false>(row, p, b);
+  }
+}
+
+// X6HorizontalRow for a run of rows sharing s0: one horizontal pass per
+// chunk of pairs, then a blend per row.
+constexpr int kX6ChunkPairs = 128;
+void X6HorizontalRun(const Run& run, int pairs, int dx) {
+  int h[kX6ChunkPairs][kPair];
+  for (int p0 = 0; p0 < pairs; p0 += kX6ChunkPairs) {
+    const int len = pairs - p0 < kX6ChunkPairs ? pairs - p0 : kX6ChunkPairs;
+    for (int j = 0; j < len; ++j)
+      for (int c = 0; c < kPair; ++c) h[j][c] = X6HorizontalSample(run.s0, pairs, dx, p0 + j, c);
+    for (int i = 0; i < run.n; ++i)
+      for (int j = 0; j < len; ++j) PutPair<false>(run.row[i], p0 + j, h[j]);
   }
 }
 
@@ -384,7 +400,37 @@ void X6MainEdges(const RowPtrs& row, const uint8_t* s0, const uint8_t* s1, int f
   }
 }
 
-void CompositeX6(X6BulkFn bulk, const uint8_t* src, int W, int H, int sw, int sh,
+// X6MainEdges for a whole run: the horizontal steps of the edge pairs (pair
+// 0, then bulk_pairs + 1 on, fewer than 12 + 5 + 12) once per run.
+constexpr int kX6EdgePairs = 1 + 2 * kX6GroupPairs + kX6Edge;
+void X6RunEdges(const Run& run, int pairs, int bulk_pairs, int dx) {
+  int at[kX6EdgePairs], h0[kX6EdgePairs][kPair], h1[kX6EdgePairs][kPair];
+  int k = 0;
+  for (int p = bulk_pairs; p < pairs; ++p, ++k) {
+    at[k] = p == bulk_pairs ? 0 : p;  // pair 0 first: vertical only, like the last 5
+    const Pos q = PosAt(at[k], dx);
+    const int x = kPair * q.x0;
+    const bool vertical = at[k] == 0 || at[k] >= pairs - kX6Edge;
+    for (int c = 0; c < kPair; ++c) {
+      h0[k][c] = vertical ? run.s0[x + c]
+                          : Lerp(run.s0[x + c], run.s0[x + kPair + c], kFracOne - q.fx, q.fx);
+      h1[k][c] = vertical ? run.s1[x + c]
+                          : Lerp(run.s1[x + c], run.s1[x + kPair + c], kFracOne - q.fx, q.fx);
+    }
+  }
+  for (int i = 0; i < run.n; ++i) {
+    const int fy = run.fy[i], u = X6Upper(fy);
+    for (int j = 0; j < k; ++j) {
+      int b[kPair];
+      for (int c = 0; c < kPair; ++c) b[c] = X6Vertical(h0[j][c], h1[j][c], u, fy);
+      PutPair<false>(run.row[i], at[j], b);
+    }
+  }
+}
+
+// Vector members take the edges a run at a time; the _c members keep the
+// formulas pair by pair.
+void CompositeX6(X6BulkFn bulk, bool by_run, const uint8_t* src, int W, int H, int sw, int sh,
                  const uint16_t* weights, const uint8_t* small, uint8_t* out, int first, int last) {
   const int dx = sw * 65536 / W;
   const int dy = sh * 65536 / H;
@@ -401,14 +447,20 @@ void CompositeX6(X6BulkFn bulk, const uint8_t* src, int W, int H, int sw, int sh
   };
   ForEachRun(src, weights, out, W, main_first, main_last, source, [&](const Run& run) {
     bulk(run, bulk_pairs);
+    if (by_run) return X6RunEdges(run, pairs, bulk_pairs, dx);
     for (int i = 0; i < run.n; ++i) {
       X6MainEdges(run.row[i], run.s0, run.s1, run.fy[i], pairs, bulk_pairs, dx);
     }
   });
   if (!bottom) return;
-  for (int r = H - kX6Edge; r <= H - 1; ++r) {
-    X6HorizontalRow(RowAt(src, weights, out, W, r), small + PosAt(r, dy).x0 * sw, pairs, dx);
-  }
+  auto bottom_source = [&](int r) {
+    const uint8_t* s0 = small + PosAt(r, dy).x0 * sw;
+    return RowSource{s0, s0, 0};
+  };
+  ForEachRun(src, weights, out, W, H - kX6Edge, H - 1, bottom_source, [&](const Run& run) {
+    if (by_run) return X6HorizontalRun(run, pairs, dx);
+    for (int i = 0; i < run.n; ++i) X6HorizontalRow(run.row[i], run.s0, pairs, dx);
+  });
 }
 
 }  // namespace
@@ -432,8 +484,8 @@ DOFRA_BLEND(__CreateOutputImage_UV_x4_c) {
                   first_row, last_row);
 }
 DOFRA_BLEND(__CreateOutputImage_UV_x6_c) {
-  CompositeX6(ScalarRowKernels().chroma_x6_bulk, src, W, H, sw, sh, weights, small, out, first_row,
-              last_row);
+  CompositeX6(ScalarRowKernels().chroma_x6_bulk, false, src, W, H, sw, sh, weights, small, out,
+              first_row, last_row);
 }
 DOFRA_BLEND(__CreateOutputImage_UV_x8_c) {
   CompositeX48<8>(ScalarRowKernels().chroma_x8_bulk, false, src, W, H, sw, sh, weights, small, out,
@@ -450,8 +502,8 @@ DOFRA_BLEND(__CreateOutputImage_UV_x4_neon) {
                   first_row, last_row);
 }
 DOFRA_BLEND(__CreateOutputImage_UV_x6_neon) {
-  CompositeX6(ActiveRowKernels().chroma_x6_bulk, src, W, H, sw, sh, weights, small, out, first_row,
-              last_row);
+  CompositeX6(ActiveRowKernels().chroma_x6_bulk, true, src, W, H, sw, sh, weights, small, out,
+              first_row, last_row);
 }
 DOFRA_BLEND(__CreateOutputImage_UV_x8_neon) {
   CompositeX48<8>(ActiveRowKernels().chroma_x8_bulk, true, src, W, H, sw, sh, weights, small, out,
