@@ -84,9 +84,9 @@ void X2Means_C(const RowCtx& q, int from, int to) {
   for (int c = from; c < to; ++c) q.out[c] = BlendWrap(q.src[c], Mean2x2(q, c >> 1), q.w[c]);
 }
 
-int X2Bulk_C(const RowCtx& q, int W) {
+int X2Bulk_C(const RowCtx* rows, int count, int W) {
   const int n = std::max(W - 2, 0) / kX2Group * kX2Group;
-  X2Means_C(q, 0, n);
+  for (int i = 0; i < count; ++i) X2Means_C(rows[i], 0, n);
   return n;
 }
 
@@ -132,21 +132,32 @@ void CompositeX2(const Planes& p, int first, int last, X2Bulk bulk, bool bulk_ed
   // last columns read sample W / 2 - 1 alone.
   const bool edge_in_bulk = bulk_edge && p.W % 2 == 0;
   const int half_last = p.W / 2 - 1;
-  auto row = [&](int r, int r1) {
-    const RowCtx q = MakeRow(p, r, r >> 1, r1, 0, 0);
-    const int done = bulk(q, p.W);
-    if (!edge_in_bulk) return X2Tail_C(q, p.W, done);
-    // Every tail column takes the full mean on the copy; the bulk's width
-    // counts two columns past the ones it may write.
-    const int tail = p.W - done;
-    const EdgeSamples e = CopyEdge(q, done / 2, half_last);
-    const RowCtx edge = EdgeRow(q, done, e);
-    X2Means_C(edge, bulk(edge, tail + 2), tail);
-  };
-  for (int r = first; r <= last - 2; ++r) row(r, (r >> 1) + 1);
   // The band's last two rows clamp r1; a one-row band thus rewrites the row
   // above it (never row -1).
-  for (int r = std::max(last - 1, 0); r <= last; ++r) row(r, std::min((r >> 1) + 1, p.sh - 1));
+  const int r_begin = std::min(first, std::max(last - 1, 0));
+  auto r1_of = [&](int r) {
+    return r >= last - 1 ? std::min((r >> 1) + 1, p.sh - 1) : (r >> 1) + 1;
+  };
+  RowCtx rows[2];
+  for (int r = r_begin; r <= last;) {
+    // Rows 2k and 2k + 1 share their small rows.
+    const int n = r + 1 <= last && (r & 1) == 0 && r1_of(r) == r1_of(r + 1) ? 2 : 1;
+    for (int i = 0; i < n; ++i) rows[i] = MakeRow(p, r + i, r >> 1, r1_of(r), 0, 0);
+    const int done = bulk(rows, n, p.W);
+    if (!edge_in_bulk) {
+      for (int i = 0; i < n; ++i) X2Tail_C(rows[i], p.W, done);
+    } else {
+      // Every tail column takes the full mean on the copy; the bulk's width
+      // counts two columns past the ones it may write.
+      const int tail = p.W - done;
+      const EdgeSamples e = CopyEdge(rows[0], done / 2, half_last);
+      RowCtx edge[2];
+      for (int i = 0; i < n; ++i) edge[i] = EdgeRow(rows[i], done, e);
+      const int tail_done = bulk(edge, n, tail + 2);
+      for (int i = 0; i < n; ++i) X2Means_C(edge[i], tail_done, tail);
+    }
+    r += n;
+  }
 }
 
 // ----------------------------------------------------------- x4, x8 -------

@@ -64,10 +64,10 @@ constexpr int kShrinkFactors = 4;
 constexpr int kSmoothLeads = 2;
 
 struct RowKernels {
-  // Luma compositing. x2: blends columns [0, n) of one row and returns n;
-  // the driver writes the rest. x4 / x8: main-row columns [0, end) of
-  // `count` rows sharing s0 and s1. x6: columns [1, 1 + n) likewise.
-  int (*luma_x2_bulk)(const LumaRow& q, int W);
+  // Luma compositing of `count` rows sharing s0 and s1. x2: blends columns
+  // [0, n) of a row W wide and returns n; the driver writes the rest.
+  // x4 / x8: main-row columns [0, end). x6: columns [1, 1 + n).
+  int (*luma_x2_bulk)(const LumaRow* rows, int count, int W);
   void (*luma_x4_bulk)(const LumaRow* rows, int count, int end);
   void (*luma_x6_bulk)(const LumaRow* rows, int count, int n);
   void (*luma_x8_bulk)(const LumaRow* rows, int count, int end);

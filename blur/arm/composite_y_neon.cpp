@@ -56,7 +56,7 @@ inline void BlendStore16(const RowCtx& q, int c, int16x8_t lo, int16x8_t hi) {
 }
 
 // x2: 16 columns share 8 block means, each used twice.
-int X2Bulk_NEON(const RowCtx& q, int W) {
+int X2Row_NEON(const RowCtx& q, int W) {
   int c = 0;
   // Scalar remainder: columns past the last full group of 16 whose 2x2
   // samples k..k+8 are all named (c + 15 <= W - 3).
@@ -69,6 +69,12 @@ int X2Bulk_NEON(const RowCtx& q, int W) {
     BlendStore16(q, c, vzip1q_s16(mean, mean), vzip2q_s16(mean, mean));
   }
   return c;
+}
+
+int X2Bulk_NEON(const RowCtx* rows, int count, int W) {
+  int n = 0;
+  for (int i = 0; i < count; ++i) n = X2Row_NEON(rows[i], W);
+  return n;
 }
 
 // Left and right sample indices and weights of 16 columns of the phase

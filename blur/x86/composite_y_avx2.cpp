@@ -45,8 +45,10 @@ inline void BlendStore16Wide(const RowCtx& q, int c, __m256i b) {
                    _mm_packus_epi16(_mm256_castsi256_si128(o), _mm256_extracti128_si256(o, 1)));
 }
 
-// x2: 32 columns share 16 block means, each used twice; then one step of 16.
-int X2Bulk_AVX2(const RowCtx& q, int W) {
+// x2: 32 columns share 16 block means, each used twice, and the rows share
+// them all; then one step of 16.
+int X2Bulk_AVX2(const RowCtx* rows, int count, int W) {
+  const RowCtx& q = rows[0];
   const __m256i two16 = _mm256_set1_epi16(2);
   int c = 0;
   // Samples k..k+16 of both rows; k + 16 <= W / 2 - 1 while c + 32 <= W - 2.
@@ -60,9 +62,12 @@ int X2Bulk_AVX2(const RowCtx& q, int W) {
     // Means 0..3, 8..11 | 4..7, 12..15: the in-lane unpacks then give
     // columns c..c+15 and c+16..c+31.
     const __m256i m = _mm256_permute4x64_epi64(mean, kQuartersInOrder);
-    BlendStore32(q, c, _mm256_unpacklo_epi16(m, m), _mm256_unpackhi_epi16(m, m));
+    const __m256i lo = _mm256_unpacklo_epi16(m, m), hi = _mm256_unpackhi_epi16(m, m);
+    for (int i = 0; i < count; ++i) BlendStore32(rows[i], c, lo, hi);
   }
-  return X2Groups16(q, c, W);
+  int n = c;
+  for (int i = 0; i < count; ++i) n = X2Groups16(rows[i], c, W);
+  return n;
 }
 
 inline void StoreRows16(StripCache& k, int i, __m256i h0, __m256i h1) {

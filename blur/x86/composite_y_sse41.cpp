@@ -7,7 +7,11 @@
 
 namespace {
 
-int X2Bulk_SSE41(const RowCtx& q, int W) { return X2Groups16(q, 0, W); }
+int X2Bulk_SSE41(const RowCtx* rows, int count, int W) {
+  int n = 0;
+  for (int i = 0; i < count; ++i) n = X2Groups16(rows[i], 0, W);
+  return n;
+}
 
 // Vertical step and blend of strip columns [0, len) at row column c0, len a
 // multiple of 8; 16 columns per step, remainder one group of 8.
