@@ -38,6 +38,21 @@ void ShowProgress(int done, int total) {
   fflush(stdout);
 }
 
+// The library picks its kernels once per process, the widest set the CPU
+// has; it exports nothing that names the choice, so the tool repeats the
+// same detection.
+const char* DetectedKernels() {
+#if defined(__x86_64__) || defined(__i386__)
+  if (__builtin_cpu_supports("avx2")) return "avx2";
+  if (__builtin_cpu_supports("sse4.1")) return "sse4.1";
+  return "scalar";
+#elif defined(__aarch64__)
+  return "neon";
+#else
+  return "scalar";
+#endif
+}
+
 void PrintRow(const std::string& stage, std::vector<double> ms) {
   std::sort(ms.begin(), ms.end());
   printf("%-18s %9.3f %9.3f %9.3f\n", stage.c_str(), Percentile(ms, 50), Percentile(ms, 90),
@@ -140,7 +155,8 @@ int RunBench(const std::vector<std::string>& args) {
     results.emplace_back(cold ? "cold" : "hot",
                          Measure(&mapper, session.get(), scene.focus, frames, cold, &done, total));
   }
-  printf("%s at scale %d, %d frames per cache state\n", SizeText(size).c_str(), scale, frames);
+  printf("%s at scale %d, %d frames per cache state, %s kernels (detected)\n",
+         SizeText(size).c_str(), scale, frames, DetectedKernels());
   printf("%-18s %9s %9s %9s\n", "ms/frame", "p50", "p90", "p99");
   for (const auto& result : results) {
     PrintRow(std::string("weight map, ") + result.first, result.second.weight_ms);
