@@ -65,7 +65,8 @@ void* thread_routine(void* thread_arg);
 void reset_thread_done(CThread_pool* pool);
 // The last action of every task.
 void one_thread_done(CThread_pool* pool);
-// Returns once done_count is exactly `expected`.
+// Returns once done_count is exactly `expected`; polls briefly before it
+// sleeps on pro_ready.
 void sync_thread_done(CThread_pool* pool, int32_t expected);
 
 // Handle-level: band records and a pool of two workers. 0 or 1 (logged).
