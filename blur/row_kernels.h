@@ -115,7 +115,6 @@ struct RowKernels {
   NarrowRowFn weight_narrow_row;  // whole groups within a 16-depth window
   FillRowFn weight_fill_row;      // one weight
   LerpColumnsFn weight_lerp_columns;
-  PairRangesFn weight_pair_ranges;
   // Minimum and maximum of src[0, body), body a multiple of 16.
   void (*depth_min_max_body)(const uint8_t* src, int body, uint8_t* min_out, uint8_t* max_out);
 };

@@ -69,9 +69,5 @@ using FillRowFn = void (*)(uint16_t* out, int n, uint16_t w);
 // from is a multiple of 16.
 using LerpColumnsFn = void (*)(const uint8_t* row, const ColumnTable& c, int from, int to,
                                uint16_t* dst);
-// Whole groups [0, groups) of a pair of depth rows: delta = bottom - top, and
-// each group's lowest and highest depth of either row.
-using PairRangesFn = void (*)(const uint16_t* top, const uint16_t* bottom, int groups,
-                              int16_t* delta, uint8_t* group_min, uint8_t* group_max);
 
 #endif  // DOFRA_WEIGHT_WEIGHT_ROWS_H

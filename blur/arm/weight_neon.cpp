@@ -132,22 +132,6 @@ void LerpColumns_NEON(const uint8_t* row, const ColumnTable& c, int from, int to
   formula(row, c, j, to, dst);
 }
 
-// Per group: lane-wise min and max of the four vectors, then across lanes.
-void PairRanges_NEON(const uint16_t* top, const uint16_t* bottom, int groups, int16_t* delta,
-                     uint8_t* group_min, uint8_t* group_max) {
-  for (int g = 0; g < groups; ++g) {
-    const int from = g * kGroup;
-    const uint16x8_t t0 = vld1q_u16(top + from), t1 = vld1q_u16(top + from + 8);
-    const uint16x8_t b0 = vld1q_u16(bottom + from), b1 = vld1q_u16(bottom + from + 8);
-    vst1q_s16(delta + from, vreinterpretq_s16_u16(vsubq_u16(b0, t0)));
-    vst1q_s16(delta + from + 8, vreinterpretq_s16_u16(vsubq_u16(b1, t1)));
-    const uint16x8_t lo = vminq_u16(vminq_u16(t0, t1), vminq_u16(b0, b1));
-    const uint16x8_t hi = vmaxq_u16(vmaxq_u16(t0, t1), vmaxq_u16(b0, b1));
-    group_min[g] = static_cast<uint8_t>(vminvq_u16(lo));
-    group_max[g] = static_cast<uint8_t>(vmaxvq_u16(hi));
-  }
-}
-
 void MinMaxBody_NEON(const uint8_t* src, int body, uint8_t* min_out, uint8_t* max_out) {
   uint8x16_t vmin = vdupq_n_u8(0xFF);
   uint8x16_t vmax = vdupq_n_u8(0);
@@ -167,6 +151,5 @@ void FillWeight_NEON(RowKernels* k) {
   k->weight_narrow_row = NarrowRow_NEON;
   k->weight_fill_row = FillRow_NEON;
   k->weight_lerp_columns = LerpColumns_NEON;
-  k->weight_pair_ranges = PairRanges_NEON;
   k->depth_min_max_body = MinMaxBody_NEON;
 }

@@ -127,24 +127,6 @@ void LerpColumns_SSE41(const uint8_t* row, const ColumnTable& c, int from, int t
   formula(row, c, j, to, dst);
 }
 
-// Horizontal min by minpos; the max as the min of the complements.
-void PairRanges_SSE41(const uint16_t* top, const uint16_t* bottom, int groups, int16_t* delta,
-                      uint8_t* group_min, uint8_t* group_max) {
-  const __m128i ones = _mm_set1_epi32(-1);
-  for (int g = 0; g < groups; ++g) {
-    const int from = g * kGroup;
-    const __m128i t0 = Load(top + from), t1 = Load(top + from + 8);
-    const __m128i b0 = Load(bottom + from), b1 = Load(bottom + from + 8);
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(delta + from), _mm_sub_epi16(b0, t0));
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(delta + from + 8), _mm_sub_epi16(b1, t1));
-    const __m128i lo = _mm_min_epu16(_mm_min_epu16(t0, t1), _mm_min_epu16(b0, b1));
-    const __m128i hi = _mm_max_epu16(_mm_max_epu16(t0, t1), _mm_max_epu16(b0, b1));
-    group_min[g] = static_cast<uint8_t>(_mm_extract_epi16(_mm_minpos_epu16(lo), 0));
-    group_max[g] = static_cast<uint8_t>(
-        0xFFFF - _mm_extract_epi16(_mm_minpos_epu16(_mm_xor_si128(hi, ones)), 0));
-  }
-}
-
 // Folds the 16 lanes into lane 0 by halving four times.
 template <typename Op>
 __m128i ReduceLanes(__m128i v, Op op) {
@@ -175,6 +157,5 @@ void FillWeight_SSE41(RowKernels* k) {
   k->weight_narrow_row = NarrowRow_SSE41;
   k->weight_fill_row = FillRow_SSE41;
   k->weight_lerp_columns = LerpColumns_SSE41;
-  k->weight_pair_ranges = PairRanges_SSE41;
   k->depth_min_max_body = MinMaxBody_SSE41;
 }

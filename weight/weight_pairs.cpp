@@ -1,0 +1,172 @@
+// Per pair of disparity rows: group bounds from the disparity samples, group
+// kinds, runs, and the depth rows of the runs that are not fills. Plain loops
+// that the compiler vectorises; they run at disparity resolution.
+#include "weight/weight_pairs.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace {
+
+constexpr int kGroup = kWeightGroup;
+
+// Bounds of each group straight from the rows: any span length.
+void BoundsByGroup(const uint8_t* r0, const uint8_t* r1, const ColumnTable& cols, int groups,
+                   PairRows* p) {
+  for (int g = 0; g < groups; ++g) {
+    uint8_t lo = 255, hi = 0;
+    for (int c = cols.ix[g * kGroup]; c <= cols.ix1[g * kGroup + kGroup - 1]; ++c) {
+      lo = std::min({lo, r0[c], r1[c]});
+      hi = std::max({hi, r0[c], r1[c]});
+    }
+    p->group_min[g] = lo;
+    p->group_max[g] = hi;
+  }
+}
+
+// The loops below take restrict pointers and their counts by value (byte
+// stores may alias anything) and pick values, not references, so that they
+// vectorise.
+inline uint8_t Min(uint8_t a, uint8_t b) { return a < b ? a : b; }
+inline uint8_t Max(uint8_t a, uint8_t b) { return a > b ? a : b; }
+
+void ColumnBounds(const uint8_t* __restrict a, const uint8_t* __restrict b, int n,
+                  uint8_t* __restrict lo, uint8_t* __restrict hi) {
+  for (int c = 0; c < n; ++c) {
+    lo[c] = Min(a[c], b[c]);
+    hi[c] = Max(a[c], b[c]);
+  }
+}
+
+// Windows `step` columns longer: each reads the window `step` columns on.
+void WidenWindows(const uint8_t* __restrict lo, const uint8_t* __restrict hi, int n, int step,
+                  uint8_t* __restrict lo_next, uint8_t* __restrict hi_next) {
+  for (int c = 0; c < n; ++c) {
+    lo_next[c] = Min(lo[c], lo[c + step]);
+    hi_next[c] = Max(hi[c], hi[c + step]);
+  }
+}
+
+// Bounds of every window of `window` columns, by doubling, then each group's
+// window picked at its first column. Past the strip's last column both stages
+// hold that column's bounds, so a window running off the end spans less,
+// never more than the strip reads.
+void BoundsByWindow(const uint8_t* r0, const uint8_t* r1, const ColumnTable& cols,
+                    const StripSpans& s, int groups, PairRows* p) {
+  uint8_t* lo = p->bounds[0];
+  uint8_t* hi = p->bounds[1];
+  uint8_t* lo_next = p->bounds[2];
+  uint8_t* hi_next = p->bounds[3];
+  const int columns = s.columns, window = s.window, end = columns + window;
+  ColumnBounds(r0 + s.first, r1 + s.first, columns, lo, hi);
+  const uint8_t lo_last = lo[columns - 1], hi_last = hi[columns - 1];
+  std::fill(lo + columns, lo + end, lo_last);
+  std::fill(hi + columns, hi + end, hi_last);
+  std::fill(lo_next + columns, lo_next + end, lo_last);
+  std::fill(hi_next + columns, hi_next + end, hi_last);
+  for (int covered = 1; covered < window;) {
+    const int step = std::min(covered, window - covered);
+    WidenWindows(lo, hi, columns, step, lo_next, hi_next);
+    std::swap(lo, lo_next);
+    std::swap(hi, hi_next);
+    covered += step;
+  }
+  const int first = s.first;
+  uint8_t* __restrict group_min = p->group_min;
+  uint8_t* __restrict group_max = p->group_max;
+  for (int g = 0; g < groups; ++g) {
+    const int at = cols.ix[g * kGroup] - first;
+    group_min[g] = lo[at];
+    group_max[g] = hi[at];
+  }
+}
+
+// Branch-free, so that the loop vectorises; a later stretch wins, and
+// stretches never overlap unless they are the same one.
+void Classify(const uint8_t* __restrict group_min, const uint8_t* __restrict group_max, int groups,
+              ConstantStretches s, uint8_t* __restrict kind) {
+  for (int g = 0; g < groups; ++g) {
+    const uint8_t lo = group_min[g], hi = group_max[g];
+    uint8_t k = static_cast<uint8_t>(hi - lo) < kGroup ? kKindNarrow : kKindMixed;
+    k = (lo >= s.first[0] && hi <= s.last[0]) ? kKindFill : k;
+    k = (lo >= s.first[1] && hi <= s.last[1]) ? kKindFill + 1 : k;
+    k = (lo >= s.first[2] && hi <= s.last[2]) ? kKindFill + 2 : k;
+    kind[g] = k;
+  }
+}
+
+void Difference(const uint16_t* __restrict top, const uint16_t* __restrict bottom, int from, int to,
+                int16_t* __restrict delta) {
+  for (int j = from; j < to; ++j) delta[j] = static_cast<int16_t>(bottom[j] - top[j]);
+}
+
+void FormRuns(int groups, int n, PairRows* p) {
+  const uint8_t* kinds = p->kind;
+  int runs = 0;
+  for (int g = 0; g < groups;) {
+    const uint8_t kind = kinds[g];
+    int end = g + 1;
+    while (end < groups && kinds[end] == kind) ++end;
+    p->run_kind[runs] = kind;
+    p->run_end[runs++] = end * kGroup;
+    g = end;
+  }
+  if (groups * kGroup < n) {
+    p->run_kind[runs] = kKindMixed;
+    p->run_end[runs++] = n;
+  }
+  p->runs = runs;
+}
+
+// Only where a run is not a fill: each row is interpolated for every pair it
+// belongs to, which costs less than interpolating whole rows once.
+void InterpolateRuns(LerpColumnsFn lerp, const uint8_t* r0, const uint8_t* r1,
+                     const ColumnTable& cols, PairRows* p) {
+  int from = 0;
+  for (int r = 0; r < p->runs; from = p->run_end[r++]) {
+    if (p->run_kind[r] >= kKindFill) continue;
+    const int to = p->run_end[r];
+    lerp(r0, cols, from, to, p->top);
+    lerp(r1, cols, from, to, p->bottom);
+    Difference(p->top, p->bottom, from, to, p->delta);
+  }
+}
+
+}  // namespace
+
+ConstantStretches FindConstantStretches(const WeightLut& lut) {
+  ConstantStretches s;
+  const int holds[kStretches] = {0, lut.low, kDepths - 1};
+  for (int i = 0; i < kStretches; ++i) {
+    int first = holds[i];
+    while (first > 0 && lut.by_depth[first - 1] == lut.by_depth[holds[i]]) --first;
+    s.first[i] = static_cast<uint8_t>(first);
+    s.last[i] = lut.same_until[first];
+    s.weight[i] = lut.by_depth[first];
+  }
+  return s;
+}
+
+// Sample columns never decrease along a strip: a group reads the columns from
+// its first pixel's ix to its last pixel's ix1, or a subset of them.
+StripSpans SpansOf(const ColumnTable& cols) {
+  StripSpans s;
+  s.first = cols.ix[0];
+  s.columns = cols.ix1[cols.n - 1] - s.first + 1;
+  s.window = 0;
+  for (int g = 0; (g + 1) * kGroup <= cols.n; ++g)
+    s.window = std::max(s.window, cols.ix1[g * kGroup + kGroup - 1] - cols.ix[g * kGroup] + 1);
+  return s;
+}
+
+void PreparePair(LerpColumnsFn lerp, const uint8_t* r0, const uint8_t* r1, const ColumnTable& cols,
+                 const StripSpans& spans, const ConstantStretches& stretches, PairRows* p) {
+  const int groups = cols.n / kGroup;
+  if (groups > 0 && spans.columns + spans.window <= kBoundsColumns)
+    BoundsByWindow(r0, r1, cols, spans, groups, p);
+  else
+    BoundsByGroup(r0, r1, cols, groups, p);
+  Classify(p->group_min, p->group_max, groups, stretches, p->kind);
+  FormRuns(groups, cols.n, p);
+  InterpolateRuns(lerp, r0, r1, cols, p);
+}
