@@ -169,19 +169,25 @@ void LerpColumns_C(const uint8_t* row, const ColumnTable& c, int from, int to, u
     dst[j] = static_cast<uint16_t>(Lerp8(row[c.ix[j]], row[c.ix1[j]], c.fx[j]));
 }
 
+// Row after row, each from left to right, so that the map is written as one
+// sequential stream (the top and delta loads a row repeats stay in L1).
 void WriteRows(const RowKernels& k, const PairRows& p, const ConstantStretches& stretches,
                const WeightLut& lut, WeightRowFn row_fn, const WeightRows& rows) {
-  int from = 0;
-  for (int r = 0; r < p.runs; from = p.run_end[r++]) {
-    const int to = p.run_end[r];
-    const uint8_t kind = p.run_kind[r];
-    if (kind == kKindMixed) {
-      row_fn(p.top, p.delta, from, to, rows, lut);
-    } else if (kind == kKindNarrow) {
-      k.weight_narrow_row(p.top, p.delta, p.group_min, from, to, rows, lut);
-    } else {
-      const uint16_t w = stretches.weight[kind - kKindFill];
-      for (int i = 0; i < rows.count; ++i) k.weight_fill_row(rows.out[i] + from, to - from, w);
+  WeightRows one;
+  one.count = 1;
+  for (int i = 0; i < rows.count; ++i) {
+    one.fy[0] = rows.fy[i];
+    one.out[0] = rows.out[i];
+    int from = 0;
+    for (int r = 0; r < p.runs; from = p.run_end[r++]) {
+      const int to = p.run_end[r];
+      const uint8_t kind = p.run_kind[r];
+      if (kind == kKindMixed)
+        row_fn(p.top, p.delta, from, to, one, lut);
+      else if (kind == kKindNarrow)
+        k.weight_narrow_row(p.top, p.delta, p.group_min, from, to, one, lut);
+      else
+        k.weight_fill_row(one.out[0] + from, to - from, stretches.weight[kind - kKindFill]);
     }
   }
 }
