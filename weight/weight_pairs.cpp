@@ -4,6 +4,7 @@
 #include "weight/weight_pairs.h"
 
 #include <algorithm>
+#include <cstring>
 #include <utility>
 
 namespace {
@@ -100,16 +101,27 @@ void Difference(const uint16_t* __restrict top, const uint16_t* __restrict botto
   for (int j = from; j < to; ++j) delta[j] = static_cast<int16_t>(bottom[j] - top[j]);
 }
 
+// A run ends at each group whose kind differs from the next one's (the
+// sentinel after the last group differs from every kind): eight groups
+// compared per little-endian word, each differing byte reduced to its top bit.
 void FormRuns(int groups, int n, PairRows* p) {
-  const uint8_t* kinds = p->kind;
+  constexpr uint64_t kLow7 = 0x7F7F7F7F7F7F7F7FULL;
+  constexpr uint64_t kTop = 0x8080808080808080ULL;
+  uint8_t* kinds = p->kind;
+  kinds[groups] = kKindSentinel;
   int runs = 0;
-  for (int g = 0; g < groups;) {
-    const uint8_t kind = kinds[g];
-    int end = g + 1;
-    while (end < groups && kinds[end] == kind) ++end;
-    p->run_kind[runs] = kind;
-    p->run_end[runs++] = end * kGroup;
-    g = end;
+  for (int g = 0; g < groups; g += kWordGroups) {
+    uint64_t here, next;
+    memcpy(&here, kinds + g, sizeof here);
+    memcpy(&next, kinds + g + 1, sizeof next);
+    const uint64_t differ = here ^ next;
+    for (uint64_t ends = (((differ & kLow7) + kLow7) | differ) & kTop; ends != 0;
+         ends &= ends - 1) {
+      const int end = g + __builtin_ctzll(ends) / 8;
+      if (end >= groups) break;
+      p->run_kind[runs] = kinds[end];
+      p->run_end[runs++] = (end + 1) * kGroup;
+    }
   }
   if (groups * kGroup < n) {
     p->run_kind[runs] = kKindMixed;

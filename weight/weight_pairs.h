@@ -16,6 +16,8 @@ constexpr uint8_t kKindMixed = 0;
 constexpr uint8_t kKindNarrow = 1;
 constexpr uint8_t kKindFill = 2;
 constexpr int kStretches = 3;
+constexpr uint8_t kKindSentinel = 0xFF;  // after the last group
+constexpr int kWordGroups = 8;           // kinds compared per word
 
 // Depth ranges [first, last] over which the weight is one value: those that
 // hold depth 0, the low end of the in-focus band and depth 255 (one range may
@@ -45,7 +47,7 @@ struct PairRows {
   alignas(32) uint16_t bottom[kWeightStrip];
   uint8_t group_min[kWeightGroups];
   uint8_t group_max[kWeightGroups];
-  uint8_t kind[kWeightGroups];
+  uint8_t kind[kWeightGroups + kWordGroups + 1];  // read a word past the sentinel
   int runs;
   int run_end[kWeightGroups + 1];  // column after each run
   uint8_t run_kind[kWeightGroups + 1];
