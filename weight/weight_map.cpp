@@ -171,8 +171,8 @@ void LerpColumns_C(const uint8_t* row, const ColumnTable& c, int from, int to, u
 
 // Row after row, each from left to right, so that the map is written as one
 // sequential stream (the top and delta loads a row repeats stay in L1).
-void WriteRows(const RowKernels& k, const PairRows& p, const ConstantStretches& stretches,
-               const WeightLut& lut, WeightRowFn row_fn, const WeightRows& rows) {
+void WriteRows(const RowKernels& k, const PairRows& p, const KindRules& rules, const WeightLut& lut,
+               WeightRowFn row_fn, const WeightRows& rows) {
   WeightRows one;
   one.count = 1;
   for (int i = 0; i < rows.count; ++i) {
@@ -187,7 +187,7 @@ void WriteRows(const RowKernels& k, const PairRows& p, const ConstantStretches& 
       else if (kind == kKindNarrow)
         k.weight_narrow_row(p.top, p.delta, p.group_min, from, to, one, lut);
       else
-        k.weight_fill_row(one.out[0] + from, to - from, stretches.weight[kind - kKindFill]);
+        k.weight_fill_row(one.out[0] + from, to - from, rules.weight[kind - kKindFill]);
     }
   }
 }
@@ -237,7 +237,7 @@ DOFRA_WEIGHT_UP(__WeightInterpolateUp) {
                            strength};
   WeightLut lut;
   BuildLut(ramp, &lut);
-  const ConstantStretches stretches = FindConstantStretches(lut);
+  const KindRules rules = KindRulesOf(lut);
   const RowKernels& k = ActiveRowKernels();
   const WeightRowFn row_fn = lut.short_table ? k.weight_row_short : k.weight_row;
   ColumnTable cols;
@@ -252,19 +252,19 @@ DOFRA_WEIGHT_UP(__WeightInterpolateUp) {
     for (int y = first_row; y <= last_row; ++y, qy += sy) {
       const int iy = qy >> kFixShift, fy = (qy >> kFracShift) & 0xFF;
       if (iy != pair_row || rows.count == kMaxWeightRows) {
-        if (rows.count > 0) WriteRows(k, pair, stretches, lut, row_fn, rows);
+        if (rows.count > 0) WriteRows(k, pair, rules, lut, row_fn, rows);
         rows.count = 0;
       }
       if (iy != pair_row) {
         PreparePair(k.weight_lerp_columns, smooth + static_cast<ptrdiff_t>(iy) * dW,
                     smooth + static_cast<ptrdiff_t>(std::min(iy + 1, dH - 1)) * dW, cols, spans,
-                    stretches, &pair);
+                    rules, &pair);
         pair_row = iy;
       }
       rows.fy[rows.count] = fy;
       rows.out[rows.count++] = out + static_cast<ptrdiff_t>(y) * W + x0;
     }
-    if (rows.count > 0) WriteRows(k, pair, stretches, lut, row_fn, rows);
+    if (rows.count > 0) WriteRows(k, pair, rules, lut, row_fn, rows);
   }
 }
 

@@ -85,10 +85,11 @@ void BoundsByWindow(const uint8_t* r0, const uint8_t* r1, const ColumnTable& col
 // Branch-free, so that the loop vectorises; a later stretch wins, and
 // stretches never overlap unless they are the same one.
 void Classify(const uint8_t* __restrict group_min, const uint8_t* __restrict group_max, int groups,
-              ConstantStretches s, uint8_t* __restrict kind) {
+              KindRules s, uint8_t* __restrict kind) {
+  const uint8_t narrow_width = s.narrow_width;
   for (int g = 0; g < groups; ++g) {
     const uint8_t lo = group_min[g], hi = group_max[g];
-    uint8_t k = static_cast<uint8_t>(hi - lo) < kGroup ? kKindNarrow : kKindMixed;
+    uint8_t k = static_cast<uint8_t>(hi - lo) < narrow_width ? kKindNarrow : kKindMixed;
     k = (lo >= s.first[0] && hi <= s.last[0]) ? kKindFill : k;
     k = (lo >= s.first[1] && hi <= s.last[1]) ? kKindFill + 1 : k;
     k = (lo >= s.first[2] && hi <= s.last[2]) ? kKindFill + 2 : k;
@@ -146,8 +147,8 @@ void InterpolateRuns(LerpColumnsFn lerp, const uint8_t* r0, const uint8_t* r1,
 
 }  // namespace
 
-ConstantStretches FindConstantStretches(const WeightLut& lut) {
-  ConstantStretches s;
+KindRules KindRulesOf(const WeightLut& lut) {
+  KindRules s;
   const int holds[kStretches] = {0, lut.low, kDepths - 1};
   for (int i = 0; i < kStretches; ++i) {
     int first = holds[i];
@@ -156,6 +157,7 @@ ConstantStretches FindConstantStretches(const WeightLut& lut) {
     s.last[i] = lut.same_until[first];
     s.weight[i] = lut.by_depth[first];
   }
+  s.narrow_width = lut.short_table ? 0 : static_cast<uint8_t>(kGroup);
   return s;
 }
 
@@ -172,13 +174,13 @@ StripSpans SpansOf(const ColumnTable& cols) {
 }
 
 void PreparePair(LerpColumnsFn lerp, const uint8_t* r0, const uint8_t* r1, const ColumnTable& cols,
-                 const StripSpans& spans, const ConstantStretches& stretches, PairRows* p) {
+                 const StripSpans& spans, const KindRules& rules, PairRows* p) {
   const int groups = cols.n / kGroup;
   if (groups > 0 && spans.columns + spans.window <= kBoundsColumns)
     BoundsByWindow(r0, r1, cols, spans, groups, p);
   else
     BoundsByGroup(r0, r1, cols, groups, p);
-  Classify(p->group_min, p->group_max, groups, stretches, p->kind);
+  Classify(p->group_min, p->group_max, groups, rules, p->kind);
   FormRuns(groups, cols.n, p);
   InterpolateRuns(lerp, r0, r1, cols, p);
 }

@@ -19,15 +19,19 @@ constexpr int kStretches = 3;
 constexpr uint8_t kKindSentinel = 0xFF;  // after the last group
 constexpr int kWordGroups = 8;           // kinds compared per word
 
-// Depth ranges [first, last] over which the weight is one value: those that
-// hold depth 0, the low end of the in-focus band and depth 255 (one range may
-// stand more than once). Other constant ranges are a step or two wide.
-struct ConstantStretches {
+// How groups are told apart. Depth ranges [first, last] over which the
+// weight is one value: those that hold depth 0, the low end of the in-focus
+// band and depth 255 (one range may stand more than once); other constant
+// ranges are a step or two wide. And the narrowest depth range that is not
+// narrow: with the distance tables valid every group takes them, as they
+// cost less than a window per group.
+struct KindRules {
   uint8_t first[kStretches];
   uint8_t last[kStretches];
   uint16_t weight[kStretches];
+  uint8_t narrow_width;
 };
-ConstantStretches FindConstantStretches(const WeightLut& lut);
+KindRules KindRulesOf(const WeightLut& lut);
 
 // The disparity columns one strip reads, and the widest span of columns that
 // one of its whole groups reads.
@@ -57,6 +61,6 @@ struct PairRows {
 // Everything that the output rows between disparity rows r0 and r1 share.
 // Remainder: the last n mod 16 columns form a mixed run of their own.
 void PreparePair(LerpColumnsFn lerp, const uint8_t* r0, const uint8_t* r1, const ColumnTable& cols,
-                 const StripSpans& spans, const ConstantStretches& stretches, PairRows* p);
+                 const StripSpans& spans, const KindRules& rules, PairRows* p);
 
 #endif  // DOFRA_WEIGHT_WEIGHT_PAIRS_H
