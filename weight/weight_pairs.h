@@ -33,12 +33,14 @@ struct KindRules {
 };
 KindRules KindRulesOf(const WeightLut& lut);
 
-// The disparity columns one strip reads, and the widest span of columns that
-// one of its whole groups reads.
+// The disparity columns one strip reads, the widest span of columns that one
+// of its whole groups reads, and the step between the groups' first columns
+// where it is the same small step throughout (else 0).
 struct StripSpans {
   int first;
   int columns;
   int window;
+  int step;
 };
 StripSpans SpansOf(const ColumnTable& cols);
 
