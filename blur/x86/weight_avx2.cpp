@@ -56,33 +56,57 @@ void Fractions(const WeightRows& rows, __m256i* frac7) {
     frac7[i] = _mm256_set1_epi16(static_cast<int16_t>(rows.fy[i] << 7));
 }
 
-// The SSE4.1 member's distance tables, 32 pixels per step; remainder: the
-// SSE4.1 member.
+// The distance tables of the SSE4.1 member, in both lanes.
+struct DistanceTables {
+  __m256i lo0, lo1, hi0, hi1, low, high, last, sixteen;
+};
+
+DistanceTables TablesOf(const WeightLut& lut) {
+  return {Broadcast(lut.diff_lo),
+          Broadcast(lut.diff_lo + 16),
+          Broadcast(lut.diff_hi),
+          Broadcast(lut.diff_hi + 16),
+          _mm256_set1_epi8(static_cast<char>(lut.low)),
+          _mm256_set1_epi8(static_cast<char>(lut.high)),
+          _mm256_set1_epi8(kShortDiffs - 1),
+          _mm256_set1_epi8(kShortDiffs / 2)};
+}
+
+// Low and high weight bytes of 32 byte depths, as the SSE4.1 member.
+inline void LookUp(const DistanceTables& t, __m256i v, __m256i* lo, __m256i* hi) {
+  // low <= high, so at most one saturating difference is nonzero.
+  const __m256i d = _mm256_min_epu8(
+      _mm256_or_si256(_mm256_subs_epu8(t.low, v), _mm256_subs_epu8(v, t.high)), t.last);
+  const __m256i upper = _mm256_sub_epi8(d, t.sixteen);
+  *lo = _mm256_xor_si256(_mm256_shuffle_epi8(t.lo0, d), _mm256_shuffle_epi8(t.lo1, upper));
+  *hi = _mm256_xor_si256(_mm256_shuffle_epi8(t.hi0, d), _mm256_shuffle_epi8(t.hi1, upper));
+}
+
+// 32 pixels per step, then one group whose depths, packed with themselves,
+// come out of the in-lane unpack in pixel order. Remainder: the SSE4.1
+// member on the last n mod 16 columns.
 void WeightRowTable_AVX2(const uint16_t* top, const int16_t* delta, int from, int to,
                          const WeightRows& rows, const WeightLut& lut) {
-  const __m256i lo0 = Broadcast(lut.diff_lo), lo1 = Broadcast(lut.diff_lo + 16);
-  const __m256i hi0 = Broadcast(lut.diff_hi), hi1 = Broadcast(lut.diff_hi + 16);
-  const __m256i low = _mm256_set1_epi8(static_cast<char>(lut.low));
-  const __m256i high = _mm256_set1_epi8(static_cast<char>(lut.high));
-  const __m256i last = _mm256_set1_epi8(kShortDiffs - 1);
-  const __m256i sixteen = _mm256_set1_epi8(kShortDiffs / 2);
+  const DistanceTables t = TablesOf(lut);
   __m256i frac7[kMaxWeightRows];
   Fractions(rows, frac7);
+  __m256i lo, hi;
   int j = from;
   for (; j + 2 * kGroup <= to; j += 2 * kGroup) {
     const Columns32 c = LoadColumns32(top + j, delta + j);
     for (int i = 0; i < rows.count; ++i) {
-      const __m256i v = Depths32(c, frac7[i]);
-      // low <= high, so at most one saturating difference is nonzero.
-      const __m256i d = _mm256_min_epu8(
-          _mm256_or_si256(_mm256_subs_epu8(low, v), _mm256_subs_epu8(v, high)), last);
-      const __m256i upper = _mm256_sub_epi8(d, sixteen);
-      const __m256i lo =
-          _mm256_xor_si256(_mm256_shuffle_epi8(lo0, d), _mm256_shuffle_epi8(lo1, upper));
-      const __m256i hi =
-          _mm256_xor_si256(_mm256_shuffle_epi8(hi0, d), _mm256_shuffle_epi8(hi1, upper));
+      LookUp(t, Depths32(c, frac7[i]), &lo, &hi);
       StoreWeights32(rows.out[i] + j, lo, hi);
     }
+  }
+  if (j + kGroup <= to) {
+    const __m256i t0 = Load32(top + j), d0 = Load32(delta + j);
+    for (int i = 0; i < rows.count; ++i) {
+      const __m256i v = DepthOf16(t0, d0, frac7[i]);
+      LookUp(t, _mm256_packus_epi16(v, v), &lo, &hi);
+      Store32(rows.out[i] + j, _mm256_unpacklo_epi8(lo, hi));
+    }
+    j += kGroup;
   }
   if (j < to) Sse41().weight_row_short(top, delta, j, to, rows, lut);
 }
@@ -135,15 +159,14 @@ void LerpGroup(const uint8_t* row, const ColumnTable& c, int g, uint16_t* dst) {
 // Remainder: the scalar formula (through the SSE4.1 member) on the last
 // columns and on groups whose samples do not fit one load.
 void LerpColumns_AVX2(const uint8_t* row, const ColumnTable& c, int from, int to, uint16_t* dst) {
-  const LerpColumnsFn formula = Sse41().weight_lerp_columns;
   int j = from;
   for (int g = from / kGroup; j + kGroup <= to; ++g, j += kGroup) {
     if (c.load_at[g] >= 0)
       LerpGroup(row, c, g, dst + j);
     else
-      formula(row, c, j, j + kGroup, dst);
+      Sse41().weight_lerp_columns(row, c, j, j + kGroup, dst);
   }
-  if (j < to) formula(row, c, j, to, dst);
+  if (j < to) Sse41().weight_lerp_columns(row, c, j, to, dst);
 }
 
 // 16 entries per store; remainder: the SSE4.1 member.
