@@ -114,6 +114,7 @@ struct RowKernels {
   WeightRowFn weight_row_short;   // valid when lut.short_table
   NarrowRowFn weight_narrow_row;  // whole groups within a 16-depth window
   FillRowFn weight_fill_row;      // one weight
+  void (*weight_stream_fence)();  // orders streaming stores before the return
   LerpColumnsFn weight_lerp_columns;
   // Minimum and maximum of src[0, body), body a multiple of 16.
   void (*depth_min_max_body)(const uint8_t* src, int body, uint8_t* min_out, uint8_t* max_out);

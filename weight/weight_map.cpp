@@ -93,6 +93,9 @@ inline uint16_t WeightOf(int v, const WeightRamp& ramp) {
 
 constexpr int kGroup = kWeightGroup;
 constexpr int kStrip = kWeightStrip;
+// Maps from this size on are written with streaming stores: past what a
+// core's own caches hold, a store that first reads its line costs twice.
+constexpr int64_t kStreamMapBytes = 2 << 20;
 
 void BuildLut(const WeightRamp& ramp, WeightLut* lut) {
   lut->low = ramp.low;
@@ -130,7 +133,9 @@ void WeightRow_C(const uint16_t* top, const int16_t* delta, int from, int to,
   }
 }
 
-void FillRow_C(uint16_t* out, int n, uint16_t w) { std::fill(out, out + n, w); }
+void FillRow_C(uint16_t* out, int n, uint16_t w, bool) { std::fill(out, out + n, w); }
+
+void NoFence_C() {}
 
 void NarrowRow_C(const uint16_t* top, const int16_t* delta, const uint8_t*, int from, int to,
                  const WeightRows& rows, const WeightLut& lut) {
@@ -169,26 +174,20 @@ void LerpColumns_C(const uint8_t* row, const ColumnTable& c, int from, int to, u
     dst[j] = static_cast<uint16_t>(Lerp8(row[c.ix[j]], row[c.ix1[j]], c.fx[j]));
 }
 
-// Row after row, each from left to right, so that the map is written as one
-// sequential stream (the top and delta loads a row repeats stay in L1).
-void WriteRows(const RowKernels& k, const PairRows& p, const KindRules& rules, const WeightLut& lut,
-               WeightRowFn row_fn, const WeightRows& rows) {
-  WeightRows one;
-  one.count = 1;
-  for (int i = 0; i < rows.count; ++i) {
-    one.fy[0] = rows.fy[i];
-    one.out[0] = rows.out[i];
-    int from = 0;
-    for (int r = 0; r < p.runs; from = p.run_end[r++]) {
-      const int to = p.run_end[r];
-      const uint8_t kind = p.run_kind[r];
-      if (kind == kKindMixed)
-        row_fn(p.top, p.delta, from, to, one, lut);
-      else if (kind == kKindNarrow)
-        k.weight_narrow_row(p.top, p.delta, p.group_min, from, to, one, lut);
-      else
-        k.weight_fill_row(one.out[0] + from, to - from, rules.weight[kind - kKindFill]);
-    }
+// One output row from left to right: rows one after another make the map
+// one sequential stream (the top and delta a row reloads stay in L1).
+void WriteRow(const RowKernels& k, const PairRows& p, const KindRules& rules, const WeightLut& lut,
+              WeightRowFn row_fn, const WeightRows& row) {
+  int from = 0;
+  for (int r = 0; r < p.runs; from = p.run_end[r++]) {
+    const int to = p.run_end[r];
+    const uint8_t kind = p.run_kind[r];
+    if (kind == kKindMixed)
+      row_fn(p.top, p.delta, from, to, row, lut);
+    else if (kind == kKindNarrow)
+      k.weight_narrow_row(p.top, p.delta, p.group_min, from, to, row, lut);
+    else
+      k.weight_fill_row(row.out[0] + from, to - from, rules.weight[kind - kKindFill], row.stream);
   }
 }
 
@@ -199,6 +198,7 @@ void FillWeight_C(RowKernels* k) {
   k->weight_row_short = WeightRow_C;
   k->weight_narrow_row = NarrowRow_C;
   k->weight_fill_row = FillRow_C;
+  k->weight_stream_fence = NoFence_C;
   k->weight_lerp_columns = LerpColumns_C;
 }
 
@@ -242,30 +242,29 @@ DOFRA_WEIGHT_UP(__WeightInterpolateUp) {
   const WeightRowFn row_fn = lut.short_table ? k.weight_row_short : k.weight_row;
   ColumnTable cols;
   PairRows pair;
+  WeightRows row;
+  row.count = 1;
+  row.stream =
+      static_cast<int64_t>(last_row - first_row + 1) * W * sizeof(uint16_t) >= kStreamMapBytes;
   for (int x0 = 0; x0 < W; x0 += kStrip) {
     BuildColumns(x0, std::min(kStrip, W - x0), sx, dW, &cols);
     const StripSpans spans = SpansOf(cols);
     int pair_row = -1;
-    WeightRows rows;
-    rows.count = 0;
     int qy = first_row * sy;
     for (int y = first_row; y <= last_row; ++y, qy += sy) {
-      const int iy = qy >> kFixShift, fy = (qy >> kFracShift) & 0xFF;
-      if (iy != pair_row || rows.count == kMaxWeightRows) {
-        if (rows.count > 0) WriteRows(k, pair, rules, lut, row_fn, rows);
-        rows.count = 0;
-      }
+      const int iy = qy >> kFixShift;
       if (iy != pair_row) {
         PreparePair(k.weight_lerp_columns, smooth + static_cast<ptrdiff_t>(iy) * dW,
                     smooth + static_cast<ptrdiff_t>(std::min(iy + 1, dH - 1)) * dW, cols, spans,
                     rules, &pair);
         pair_row = iy;
       }
-      rows.fy[rows.count] = fy;
-      rows.out[rows.count++] = out + static_cast<ptrdiff_t>(y) * W + x0;
+      row.fy[0] = (qy >> kFracShift) & 0xFF;
+      row.out[0] = out + static_cast<ptrdiff_t>(y) * W + x0;
+      WriteRow(k, pair, rules, lut, row_fn, row);
     }
-    if (rows.count > 0) WriteRows(k, pair, rules, lut, row_fn, rows);
   }
+  if (row.stream) k.weight_stream_fence();
 }
 
 namespace {

@@ -51,6 +51,7 @@ struct ColumnTable {
 constexpr int kMaxWeightRows = 16;
 struct WeightRows {
   int count;
+  bool stream;  // streaming stores where aligned: the map outgrows the caches
   int fy[kMaxWeightRows];
   uint16_t* out[kMaxWeightRows];  // each row at the strip's column 0
 };
@@ -64,7 +65,7 @@ using WeightRowFn = void (*)(const uint16_t* top, const int16_t* delta, int from
 // (g the column / 16).
 using NarrowRowFn = void (*)(const uint16_t* top, const int16_t* delta, const uint8_t* group_min,
                              int from, int to, const WeightRows& rows, const WeightLut& lut);
-using FillRowFn = void (*)(uint16_t* out, int n, uint16_t w);
+using FillRowFn = void (*)(uint16_t* out, int n, uint16_t w, bool stream);
 // Columns [from, to) of one disparity row interpolated across the strip;
 // from is a multiple of 16.
 using LerpColumnsFn = void (*)(const uint8_t* row, const ColumnTable& c, int from, int to,

@@ -95,11 +95,11 @@ void NarrowRow_NEON(const uint16_t* top, const int16_t* delta, const uint8_t* gr
 }
 
 // Remainder: the scalar formula on the last n mod 8 pixels.
-void FillRow_NEON(uint16_t* out, int n, uint16_t w) {
+void FillRow_NEON(uint16_t* out, int n, uint16_t w, bool) {
   const uint16x8_t value = vdupq_n_u16(w);
   int i = 0;
   for (; i + 8 <= n; i += 8) vst1q_u16(out + i, value);
-  if (i < n) ScalarRowKernels().weight_fill_row(out + i, n - i, w);
+  if (i < n) ScalarRowKernels().weight_fill_row(out + i, n - i, w, false);
 }
 
 inline int16x8_t WidenLow(uint8x16_t v) { return vreinterpretq_s16_u16(vmovl_u8(vget_low_u8(v))); }

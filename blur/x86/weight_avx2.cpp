@@ -19,6 +19,20 @@ const RowKernels& Sse41() { return RowKernelsAt(SimdLevel::kSse41); }
 
 inline __m256i Load32(const void* p) { return _mm256_loadu_si256(static_cast<const __m256i*>(p)); }
 inline void Store32(void* p, __m256i v) { _mm256_storeu_si256(static_cast<__m256i*>(p), v); }
+// Streaming stores need their width's alignment: a row 16-byte aligned only
+// streams each half; one not even that is stored as usual.
+template <bool kStream>
+inline void Put32(uint16_t* out, __m256i v) {
+  const uintptr_t at = reinterpret_cast<uintptr_t>(out);
+  if (kStream && (at & 31) == 0) {
+    _mm256_stream_si256(reinterpret_cast<__m256i*>(out), v);
+  } else if (kStream && (at & 15) == 0) {
+    _mm_stream_si128(reinterpret_cast<__m128i*>(out), _mm256_castsi256_si128(v));
+    _mm_stream_si128(reinterpret_cast<__m128i*>(out + 8), _mm256_extracti128_si256(v, 1));
+  } else {
+    Store32(out, v);
+  }
+}
 inline __m256i BothLanes(__m128i lo, __m128i hi) {
   return _mm256_inserti128_si256(_mm256_castsi128_si256(lo), hi, 1);
 }
@@ -46,9 +60,10 @@ inline __m256i Depths32(const Columns32& c, __m256i frac7) {
   return _mm256_packus_epi16(DepthOf16(c.t0, c.d0, frac7), DepthOf16(c.t1, c.d1, frac7));
 }
 
+template <bool kStream>
 inline void StoreWeights32(uint16_t* out, __m256i lo, __m256i hi) {
-  Store32(out, _mm256_unpacklo_epi8(lo, hi));
-  Store32(out + 16, _mm256_unpackhi_epi8(lo, hi));
+  Put32<kStream>(out, _mm256_unpacklo_epi8(lo, hi));
+  Put32<kStream>(out + 16, _mm256_unpackhi_epi8(lo, hi));
 }
 
 void Fractions(const WeightRows& rows, __m256i* frac7) {
@@ -85,8 +100,9 @@ inline void LookUp(const DistanceTables& t, __m256i v, __m256i* lo, __m256i* hi)
 // 32 pixels per step, then one group whose depths, packed with themselves,
 // come out of the in-lane unpack in pixel order. Remainder: the SSE4.1
 // member on the last n mod 16 columns.
-void WeightRowTable_AVX2(const uint16_t* top, const int16_t* delta, int from, int to,
-                         const WeightRows& rows, const WeightLut& lut) {
+template <bool kStream>
+void WeightRowTable(const uint16_t* top, const int16_t* delta, int from, int to,
+                    const WeightRows& rows, const WeightLut& lut) {
   const DistanceTables t = TablesOf(lut);
   __m256i frac7[kMaxWeightRows];
   Fractions(rows, frac7);
@@ -96,7 +112,7 @@ void WeightRowTable_AVX2(const uint16_t* top, const int16_t* delta, int from, in
     const Columns32 c = LoadColumns32(top + j, delta + j);
     for (int i = 0; i < rows.count; ++i) {
       LookUp(t, Depths32(c, frac7[i]), &lo, &hi);
-      StoreWeights32(rows.out[i] + j, lo, hi);
+      StoreWeights32<kStream>(rows.out[i] + j, lo, hi);
     }
   }
   if (j + kGroup <= to) {
@@ -104,11 +120,16 @@ void WeightRowTable_AVX2(const uint16_t* top, const int16_t* delta, int from, in
     for (int i = 0; i < rows.count; ++i) {
       const __m256i v = DepthOf16(t0, d0, frac7[i]);
       LookUp(t, _mm256_packus_epi16(v, v), &lo, &hi);
-      Store32(rows.out[i] + j, _mm256_unpacklo_epi8(lo, hi));
+      Put32<kStream>(rows.out[i] + j, _mm256_unpacklo_epi8(lo, hi));
     }
     j += kGroup;
   }
   if (j < to) Sse41().weight_row_short(top, delta, j, to, rows, lut);
+}
+
+void WeightRowTable_AVX2(const uint16_t* top, const int16_t* delta, int from, int to,
+                         const WeightRows& rows, const WeightLut& lut) {
+  (rows.stream ? WeightRowTable<true> : WeightRowTable<false>)(top, delta, from, to, rows, lut);
 }
 
 // Two groups per step, each lane with the tables of its own group: depths in
@@ -170,11 +191,16 @@ void LerpColumns_AVX2(const uint8_t* row, const ColumnTable& c, int from, int to
 }
 
 // 16 entries per store; remainder: the SSE4.1 member.
-void FillRow_AVX2(uint16_t* out, int n, uint16_t w) {
+template <bool kStream>
+void Fill(uint16_t* out, int n, uint16_t w) {
   const __m256i value = _mm256_set1_epi16(static_cast<int16_t>(w));
   int i = 0;
-  for (; i + 16 <= n; i += 16) Store32(out + i, value);
-  if (i < n) Sse41().weight_fill_row(out + i, n - i, w);
+  for (; i + 16 <= n; i += 16) Put32<kStream>(out + i, value);
+  if (i < n) Sse41().weight_fill_row(out + i, n - i, w, false);
+}
+
+void FillRow_AVX2(uint16_t* out, int n, uint16_t w, bool stream) {
+  (stream ? Fill<true> : Fill<false>)(out, n, w);
 }
 
 }  // namespace

@@ -28,9 +28,19 @@ inline __m128i Depths16(__m128i t0, __m128i t1, __m128i d0, __m128i d1, __m128i 
 
 inline __m128i Load(const void* p) { return _mm_loadu_si128(static_cast<const __m128i*>(p)); }
 
+// Streaming stores need 16-byte alignment, which a row may lack.
+template <bool kStream>
+inline void Put(uint16_t* out, __m128i v) {
+  if (kStream && (reinterpret_cast<uintptr_t>(out) & 15) == 0)
+    _mm_stream_si128(reinterpret_cast<__m128i*>(out), v);
+  else
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(out), v);
+}
+
+template <bool kStream>
 inline void Store16Weights(uint16_t* out, __m128i lo, __m128i hi) {
-  _mm_storeu_si128(reinterpret_cast<__m128i*>(out), _mm_unpacklo_epi8(lo, hi));
-  _mm_storeu_si128(reinterpret_cast<__m128i*>(out + 8), _mm_unpackhi_epi8(lo, hi));
+  Put<kStream>(out, _mm_unpacklo_epi8(lo, hi));
+  Put<kStream>(out + 8, _mm_unpackhi_epi8(lo, hi));
 }
 
 // Table lookup by byte shuffles: 16 pixels per step, the distance clamped to
@@ -38,8 +48,9 @@ inline void Store16Weights(uint16_t* out, __m128i lo, __m128i hi) {
 // by d (its low 4 bits), the second by d - 16, which wraps to a set top bit
 // (a zero lookup) for d < 16. Each group's depth rows serve every output row.
 // Remainder: the scalar formula on the last columns.
-void WeightRowTable_SSE41(const uint16_t* top, const int16_t* delta, int from, int to,
-                          const WeightRows& rows, const WeightLut& lut) {
+template <bool kStream>
+void WeightRowTable(const uint16_t* top, const int16_t* delta, int from, int to,
+                    const WeightRows& rows, const WeightLut& lut) {
   const __m128i lo0 = Load(lut.diff_lo), lo1 = Load(lut.diff_lo + 16);
   const __m128i hi0 = Load(lut.diff_hi), hi1 = Load(lut.diff_hi + 16);
   const __m128i low = _mm_set1_epi8(static_cast<char>(lut.low));
@@ -61,10 +72,15 @@ void WeightRowTable_SSE41(const uint16_t* top, const int16_t* delta, int from, i
       const __m128i upper = _mm_sub_epi8(d, sixteen);
       const __m128i lo = _mm_xor_si128(_mm_shuffle_epi8(lo0, d), _mm_shuffle_epi8(lo1, upper));
       const __m128i hi = _mm_xor_si128(_mm_shuffle_epi8(hi0, d), _mm_shuffle_epi8(hi1, upper));
-      Store16Weights(rows.out[i] + j, lo, hi);
+      Store16Weights<kStream>(rows.out[i] + j, lo, hi);
     }
   }
   if (j < to) ScalarRowKernels().weight_row(top, delta, j, to, rows, lut);
+}
+
+void WeightRowTable_SSE41(const uint16_t* top, const int16_t* delta, int from, int to,
+                          const WeightRows& rows, const WeightLut& lut) {
+  (rows.stream ? WeightRowTable<true> : WeightRowTable<false>)(top, delta, from, to, rows, lut);
 }
 
 // Per group, the weights of its 16 depths from group_min on are loaded as
@@ -83,19 +99,26 @@ void NarrowRow_SSE41(const uint16_t* top, const int16_t* delta, const uint8_t* g
     const __m128i d0 = Load(delta + j), d1 = Load(delta + j + 8);
     for (int i = 0; i < rows.count; ++i) {
       const __m128i index = _mm_sub_epi8(Depths16(t0, t1, d0, d1, frac7[i]), at);
-      Store16Weights(rows.out[i] + j, _mm_shuffle_epi8(lo_table, index),
-                     _mm_shuffle_epi8(hi_table, index));
+      Store16Weights<false>(rows.out[i] + j, _mm_shuffle_epi8(lo_table, index),
+                            _mm_shuffle_epi8(hi_table, index));
     }
   }
 }
 
 // Remainder: the scalar formula on the last n mod 8 pixels.
-void FillRow_SSE41(uint16_t* out, int n, uint16_t w) {
+template <bool kStream>
+void Fill(uint16_t* out, int n, uint16_t w) {
   const __m128i value = _mm_set1_epi16(static_cast<int16_t>(w));
   int i = 0;
-  for (; i + 8 <= n; i += 8) _mm_storeu_si128(reinterpret_cast<__m128i*>(out + i), value);
-  if (i < n) ScalarRowKernels().weight_fill_row(out + i, n - i, w);
+  for (; i + 8 <= n; i += 8) Put<kStream>(out + i, value);
+  if (i < n) ScalarRowKernels().weight_fill_row(out + i, n - i, w, false);
 }
+
+void FillRow_SSE41(uint16_t* out, int n, uint16_t w, bool stream) {
+  (stream ? Fill<true> : Fill<false>)(out, n, w);
+}
+
+void StreamFence_SSE41() { _mm_sfence(); }
 
 void LerpGroup_SSE41(const uint8_t* row, const ColumnTable& c, int g, uint16_t* dst) {
   const __m128i src = _mm_loadu_si128(reinterpret_cast<const __m128i*>(row + c.load_at[g]));
@@ -156,6 +179,7 @@ void FillWeight_SSE41(RowKernels* k) {
   k->weight_row_short = WeightRowTable_SSE41;
   k->weight_narrow_row = NarrowRow_SSE41;
   k->weight_fill_row = FillRow_SSE41;
+  k->weight_stream_fence = StreamFence_SSE41;
   k->weight_lerp_columns = LerpColumns_SSE41;
   k->depth_min_max_body = MinMaxBody_SSE41;
 }

@@ -304,14 +304,15 @@ std::vector<uint8_t> RunWeightUp(int, bool fast, const KernelCase& c, uint8_t fi
 
 // Upscaling by 8 as in preview and other factors (the last three with groups
 // 1, 3 and 4 disparity columns apart), downscaling (one past the sliding
-// window's buffers), maps narrower than one load, more than one strip.
+// window's buffers), maps narrower than one load, more than one strip, and
+// maps large enough to be streamed, with rows aligned and not.
 std::vector<KernelCase> WeightUpCases() {
-  const int shapes[][4] = {{1, 1, 1, 1},       {7, 5, 3, 2},       {17, 9, 17, 9},
-                           {33, 21, 40, 30},   {64, 48, 8, 6},     {121, 67, 15, 9},
-                           {240, 135, 30, 17}, {1031, 3, 129, 2},  {2500, 4, 313, 3},
-                           {9, 300, 2, 301},   {1920, 24, 240, 3}, {2049, 5, 2049, 5},
-                           {4111, 3, 600, 2},  {47, 33, 16, 11},   {300, 4, 2500, 3},
-                           {256, 8, 16, 2},    {96, 6, 18, 2},     {128, 8, 32, 2}};
+  const int shapes[][4] = {
+      {1, 1, 1, 1},      {7, 5, 3, 2},     {17, 9, 17, 9},       {33, 21, 40, 30},
+      {64, 48, 8, 6},    {121, 67, 15, 9}, {240, 135, 30, 17},   {1031, 3, 129, 2},
+      {2500, 4, 313, 3}, {9, 300, 2, 301}, {1920, 24, 240, 3},   {2049, 5, 2049, 5},
+      {4111, 3, 600, 2}, {47, 33, 16, 11}, {300, 4, 2500, 3},    {256, 8, 16, 2},
+      {96, 6, 18, 2},    {128, 8, 32, 2},  {1920, 600, 240, 75}, {1366, 800, 171, 100}};
   std::vector<KernelCase> cases;
   std::mt19937 rng(400);
   uint32_t seed = 0;
