@@ -244,8 +244,10 @@ DOFRA_WEIGHT_UP(__WeightInterpolateUp) {
   PairRows pair;
   WeightRows row;
   row.count = 1;
-  row.stream =
-      static_cast<int64_t>(last_row - first_row + 1) * W * sizeof(uint16_t) >= kStreamMapBytes;
+  // Only where every group of a row streams (the narrow path does not): a
+  // line written both ways is flushed half-written, far slower than either.
+  const int64_t map_bytes = static_cast<int64_t>(last_row - first_row + 1) * W * 2;
+  row.stream = lut.short_table && map_bytes >= kStreamMapBytes;
   for (int x0 = 0; x0 < W; x0 += kStrip) {
     BuildColumns(x0, std::min(kStrip, W - x0), sx, dW, &cols);
     const StripSpans spans = SpansOf(cols);
