@@ -125,12 +125,10 @@ void BuildLut(const WeightRamp& ramp, WeightLut* lut) {
   }
 }
 
-void WeightRow_C(const uint16_t* top, const int16_t* delta, int from, int to,
-                 const WeightRows& rows, const WeightLut& lut) {
-  for (int i = 0; i < rows.count; ++i) {
-    for (int j = from; j < to; ++j)
-      rows.out[i][j] = lut.by_depth[Lerp8(top[j], top[j] + delta[j], rows.fy[i])];
-  }
+void WeightRow_C(const uint16_t* top, const int16_t* delta, int from, int to, const WeightRow& row,
+                 const WeightLut& lut) {
+  for (int j = from; j < to; ++j)
+    row.out[j] = lut.by_depth[Lerp8(top[j], top[j] + delta[j], row.fy)];
 }
 
 void FillRow_C(uint16_t* out, int n, uint16_t w, bool) { std::fill(out, out + n, w); }
@@ -138,8 +136,8 @@ void FillRow_C(uint16_t* out, int n, uint16_t w, bool) { std::fill(out, out + n,
 void NoFence_C() {}
 
 void NarrowRow_C(const uint16_t* top, const int16_t* delta, const uint8_t*, int from, int to,
-                 const WeightRows& rows, const WeightLut& lut) {
-  WeightRow_C(top, delta, from, to, rows, lut);
+                 const WeightRow& row, const WeightLut& lut) {
+  WeightRow_C(top, delta, from, to, row, lut);
 }
 
 // A group is gathered by shuffles when its samples span at most 16 bytes; the
@@ -177,7 +175,7 @@ void LerpColumns_C(const uint8_t* row, const ColumnTable& c, int from, int to, u
 // One output row from left to right: rows one after another make the map
 // one sequential stream (the top and delta a row reloads stay in L1).
 void WriteRow(const RowKernels& k, const PairRows& p, const KindRules& rules, const WeightLut& lut,
-              WeightRowFn row_fn, const WeightRows& row) {
+              WeightRowFn row_fn, const WeightRow& row) {
   int from = 0;
   for (int r = 0; r < p.runs; from = p.run_end[r++]) {
     const int to = p.run_end[r];
@@ -187,7 +185,7 @@ void WriteRow(const RowKernels& k, const PairRows& p, const KindRules& rules, co
     else if (kind == kKindNarrow)
       k.weight_narrow_row(p.top, p.delta, p.group_min, from, to, row, lut);
     else
-      k.weight_fill_row(row.out[0] + from, to - from, rules.weight[kind - kKindFill], row.stream);
+      k.weight_fill_row(row.out + from, to - from, rules.weight[kind - kKindFill], row.stream);
   }
 }
 
@@ -242,8 +240,7 @@ DOFRA_WEIGHT_UP(__WeightInterpolateUp) {
   const WeightRowFn row_fn = lut.short_table ? k.weight_row_short : k.weight_row;
   ColumnTable cols;
   PairRows pair;
-  WeightRows row;
-  row.count = 1;
+  WeightRow row;
   // Only where every group of a row streams (the narrow path does not): a
   // line written both ways is flushed half-written, far slower than either.
   const int64_t map_bytes = static_cast<int64_t>(last_row - first_row + 1) * W * 2;
@@ -261,8 +258,8 @@ DOFRA_WEIGHT_UP(__WeightInterpolateUp) {
                     rules, &pair);
         pair_row = iy;
       }
-      row.fy[0] = (qy >> kFracShift) & 0xFF;
-      row.out[0] = out + static_cast<ptrdiff_t>(y) * W + x0;
+      row.fy = (qy >> kFracShift) & 0xFF;
+      row.out = out + static_cast<ptrdiff_t>(y) * W + x0;
       WriteRow(k, pair, rules, lut, row_fn, row);
     }
   }

@@ -34,63 +34,46 @@ inline void Store16Weights(uint16_t* out, uint8x16_t lo, uint8x16_t hi) {
   vst2q_u8(reinterpret_cast<uint8_t*>(out), (uint8x16x2_t{{lo, hi}}));
 }
 
-// One group's depth rows, loaded once for every output row.
-struct DepthGroup {
-  uint16x8_t t0, t1;
-  int16x8_t d0, d1;
-};
-inline DepthGroup LoadGroup(const uint16_t* top, const int16_t* delta, int j) {
-  return {vld1q_u16(top + j), vld1q_u16(top + j + 8), vld1q_s16(delta + j),
-          vld1q_s16(delta + j + 8)};
+// Depths of the group of 16 pixels at column j.
+inline uint8x16_t GroupDepths(const uint16_t* top, const int16_t* delta, int j, int16x8_t frac7) {
+  return Depths16(vld1q_u16(top + j), vld1q_u16(top + j + 8), vld1q_s16(delta + j),
+                  vld1q_s16(delta + j + 8), frac7);
 }
 
 // Table lookup: 16 pixels per step, the distance clamped to 31 and looked up
 // in one 32-entry table per byte of the weight. The stored entries 16..31
 // hold w(d) ^ w(d - 16); xoring them with entries 0..15 once per call gives
-// w(d) itself. Each group's depth rows serve every output row.
-// Remainder: the scalar formula on the last columns.
+// w(d) itself. Remainder: the scalar formula on the last columns.
 void WeightRowTable_NEON(const uint16_t* top, const int16_t* delta, int from, int to,
-                         const WeightRows& rows, const WeightLut& lut) {
+                         const WeightRow& row, const WeightLut& lut) {
   const uint8x16_t lo0 = vld1q_u8(lut.diff_lo), hi0 = vld1q_u8(lut.diff_hi);
   const uint8x16x2_t lo_table = {{lo0, veorq_u8(lo0, vld1q_u8(lut.diff_lo + 16))}};
   const uint8x16x2_t hi_table = {{hi0, veorq_u8(hi0, vld1q_u8(lut.diff_hi + 16))}};
   const uint8x16_t low = vdupq_n_u8(static_cast<uint8_t>(lut.low));
   const uint8x16_t high = vdupq_n_u8(static_cast<uint8_t>(lut.high));
   const uint8x16_t last = vdupq_n_u8(kShortDiffs - 1);
-  int16x8_t frac7[kMaxWeightRows];
-  for (int i = 0; i < rows.count; ++i)
-    frac7[i] = vdupq_n_s16(static_cast<int16_t>(rows.fy[i] << 7));
+  const int16x8_t frac7 = vdupq_n_s16(static_cast<int16_t>(row.fy << 7));
   int j = from;
   for (; j + kGroup <= to; j += kGroup) {
-    const DepthGroup g = LoadGroup(top, delta, j);
-    for (int i = 0; i < rows.count; ++i) {
-      const uint8x16_t v = Depths16(g.t0, g.t1, g.d0, g.d1, frac7[i]);
-      // low <= high, so at most one saturating difference is nonzero.
-      const uint8x16_t d = vminq_u8(vorrq_u8(vqsubq_u8(low, v), vqsubq_u8(v, high)), last);
-      Store16Weights(rows.out[i] + j, vqtbl2q_u8(lo_table, d), vqtbl2q_u8(hi_table, d));
-    }
+    const uint8x16_t v = GroupDepths(top, delta, j, frac7);
+    // low <= high, so at most one saturating difference is nonzero.
+    const uint8x16_t d = vminq_u8(vorrq_u8(vqsubq_u8(low, v), vqsubq_u8(v, high)), last);
+    Store16Weights(row.out + j, vqtbl2q_u8(lo_table, d), vqtbl2q_u8(hi_table, d));
   }
-  if (j < to) ScalarRowKernels().weight_row(top, delta, j, to, rows, lut);
+  if (j < to) ScalarRowKernels().weight_row(top, delta, j, to, row, lut);
 }
 
 // Per group, the weights of its 16 depths from group_min on are loaded as
-// lookup tables and indexed by v - group_min (0..15), for every output row.
-// Whole groups only.
+// lookup tables and indexed by v - group_min (0..15). Whole groups only.
 void NarrowRow_NEON(const uint16_t* top, const int16_t* delta, const uint8_t* group_min, int from,
-                    int to, const WeightRows& rows, const WeightLut& lut) {
-  int16x8_t frac7[kMaxWeightRows];
-  for (int i = 0; i < rows.count; ++i)
-    frac7[i] = vdupq_n_s16(static_cast<int16_t>(rows.fy[i] << 7));
+                    int to, const WeightRow& row, const WeightLut& lut) {
+  const int16x8_t frac7 = vdupq_n_s16(static_cast<int16_t>(row.fy << 7));
   for (int j = from; j < to; j += kGroup) {
     const uint8_t base = group_min[j / kGroup];
     const uint8x16_t lo_table = vld1q_u8(lut.depth_lo + base);
     const uint8x16_t hi_table = vld1q_u8(lut.depth_hi + base);
-    const uint8x16_t at = vdupq_n_u8(base);
-    const DepthGroup g = LoadGroup(top, delta, j);
-    for (int i = 0; i < rows.count; ++i) {
-      const uint8x16_t index = vsubq_u8(Depths16(g.t0, g.t1, g.d0, g.d1, frac7[i]), at);
-      Store16Weights(rows.out[i] + j, vqtbl1q_u8(lo_table, index), vqtbl1q_u8(hi_table, index));
-    }
+    const uint8x16_t index = vsubq_u8(GroupDepths(top, delta, j, frac7), vdupq_n_u8(base));
+    Store16Weights(row.out + j, vqtbl1q_u8(lo_table, index), vqtbl1q_u8(hi_table, index));
   }
 }
 

@@ -46,29 +46,21 @@ inline __m256i DepthOf16(__m256i top, __m256i delta, __m256i frac7) {
   return _mm256_add_epi16(top, _mm256_mulhrs_epi16(delta, frac7));
 }
 
-// The top rows and differences of 32 pixels, loaded once for every output row.
-struct Columns32 {
-  __m256i t0, t1, d0, d1;
-};
-inline Columns32 LoadColumns32(const uint16_t* top, const int16_t* delta) {
-  return {Load32(top), Load32(top + 16), Load32(delta), Load32(delta + 16)};
-}
-
 // 32 depths as bytes, lane-split: pixels 0..7, 16..23 | 8..15, 24..31. The
 // in-lane unpacks of the looked-up bytes then give pixels 0..15 and 16..31.
-inline __m256i Depths32(const Columns32& c, __m256i frac7) {
-  return _mm256_packus_epi16(DepthOf16(c.t0, c.d0, frac7), DepthOf16(c.t1, c.d1, frac7));
+inline __m256i Depths32(const uint16_t* top, const int16_t* delta, __m256i frac7) {
+  return _mm256_packus_epi16(DepthOf16(Load32(top), Load32(delta), frac7),
+                             DepthOf16(Load32(top + 16), Load32(delta + 16), frac7));
+}
+
+inline __m256i Fraction(const WeightRow& row) {
+  return _mm256_set1_epi16(static_cast<int16_t>(row.fy << 7));
 }
 
 template <bool kStream>
 inline void StoreWeights32(uint16_t* out, __m256i lo, __m256i hi) {
   Put32<kStream>(out, _mm256_unpacklo_epi8(lo, hi));
   Put32<kStream>(out + 16, _mm256_unpackhi_epi8(lo, hi));
-}
-
-void Fractions(const WeightRows& rows, __m256i* frac7) {
-  for (int i = 0; i < rows.count; ++i)
-    frac7[i] = _mm256_set1_epi16(static_cast<int16_t>(rows.fy[i] << 7));
 }
 
 // The distance tables of the SSE4.1 member, in both lanes.
@@ -102,34 +94,27 @@ inline void LookUp(const DistanceTables& t, __m256i v, __m256i* lo, __m256i* hi)
 // member on the last n mod 16 columns.
 template <bool kStream>
 void WeightRowTable(const uint16_t* top, const int16_t* delta, int from, int to,
-                    const WeightRows& rows, const WeightLut& lut) {
+                    const WeightRow& row, const WeightLut& lut) {
   const DistanceTables t = TablesOf(lut);
-  __m256i frac7[kMaxWeightRows];
-  Fractions(rows, frac7);
+  const __m256i frac7 = Fraction(row);
   __m256i lo, hi;
   int j = from;
   for (; j + 2 * kGroup <= to; j += 2 * kGroup) {
-    const Columns32 c = LoadColumns32(top + j, delta + j);
-    for (int i = 0; i < rows.count; ++i) {
-      LookUp(t, Depths32(c, frac7[i]), &lo, &hi);
-      StoreWeights32<kStream>(rows.out[i] + j, lo, hi);
-    }
+    LookUp(t, Depths32(top + j, delta + j, frac7), &lo, &hi);
+    StoreWeights32<kStream>(row.out + j, lo, hi);
   }
   if (j + kGroup <= to) {
-    const __m256i t0 = Load32(top + j), d0 = Load32(delta + j);
-    for (int i = 0; i < rows.count; ++i) {
-      const __m256i v = DepthOf16(t0, d0, frac7[i]);
-      LookUp(t, _mm256_packus_epi16(v, v), &lo, &hi);
-      Put32<kStream>(rows.out[i] + j, _mm256_unpacklo_epi8(lo, hi));
-    }
+    const __m256i v = DepthOf16(Load32(top + j), Load32(delta + j), frac7);
+    LookUp(t, _mm256_packus_epi16(v, v), &lo, &hi);
+    Put32<kStream>(row.out + j, _mm256_unpacklo_epi8(lo, hi));
     j += kGroup;
   }
-  if (j < to) Sse41().weight_row_short(top, delta, j, to, rows, lut);
+  if (j < to) Sse41().weight_row_short(top, delta, j, to, row, lut);
 }
 
 void WeightRowTable_AVX2(const uint16_t* top, const int16_t* delta, int from, int to,
-                         const WeightRows& rows, const WeightLut& lut) {
-  (rows.stream ? WeightRowTable<true> : WeightRowTable<false>)(top, delta, from, to, rows, lut);
+                         const WeightRow& row, const WeightLut& lut) {
+  (row.stream ? WeightRowTable<true> : WeightRowTable<false>)(top, delta, from, to, row, lut);
 }
 
 // Two groups per step, each lane with the tables of its own group: depths in
@@ -137,10 +122,9 @@ void WeightRowTable_AVX2(const uint16_t* top, const int16_t* delta, int from, in
 // in-lane, the two halves swapped back across lanes. Remainder: one group by
 // the SSE4.1 member.
 void NarrowRow_AVX2(const uint16_t* top, const int16_t* delta, const uint8_t* group_min, int from,
-                    int to, const WeightRows& rows, const WeightLut& lut) {
+                    int to, const WeightRow& row, const WeightLut& lut) {
   constexpr int kPixelOrder = 0xD8;
-  __m256i frac7[kMaxWeightRows];
-  Fractions(rows, frac7);
+  const __m256i frac7 = Fraction(row);
   int j = from;
   for (; j + 2 * kGroup <= to; j += 2 * kGroup) {
     const uint8_t a = group_min[j / kGroup], b = group_min[j / kGroup + 1];
@@ -152,18 +136,15 @@ void NarrowRow_AVX2(const uint16_t* top, const int16_t* delta, const uint8_t* gr
                   _mm_loadu_si128(reinterpret_cast<const __m128i*>(lut.depth_hi + b)));
     const __m256i at =
         BothLanes(_mm_set1_epi8(static_cast<char>(a)), _mm_set1_epi8(static_cast<char>(b)));
-    const Columns32 c = LoadColumns32(top + j, delta + j);
-    for (int i = 0; i < rows.count; ++i) {
-      const __m256i v = _mm256_permute4x64_epi64(Depths32(c, frac7[i]), kPixelOrder);
-      const __m256i index = _mm256_sub_epi8(v, at);
-      const __m256i lo = _mm256_shuffle_epi8(lo_table, index);
-      const __m256i hi = _mm256_shuffle_epi8(hi_table, index);
-      const __m256i first = _mm256_unpacklo_epi8(lo, hi), second = _mm256_unpackhi_epi8(lo, hi);
-      Store32(rows.out[i] + j, _mm256_permute2x128_si256(first, second, 0x20));
-      Store32(rows.out[i] + j + kGroup, _mm256_permute2x128_si256(first, second, 0x31));
-    }
+    const __m256i v = _mm256_permute4x64_epi64(Depths32(top + j, delta + j, frac7), kPixelOrder);
+    const __m256i index = _mm256_sub_epi8(v, at);
+    const __m256i lo = _mm256_shuffle_epi8(lo_table, index);
+    const __m256i hi = _mm256_shuffle_epi8(hi_table, index);
+    const __m256i first = _mm256_unpacklo_epi8(lo, hi), second = _mm256_unpackhi_epi8(lo, hi);
+    Store32(row.out + j, _mm256_permute2x128_si256(first, second, 0x20));
+    Store32(row.out + j + kGroup, _mm256_permute2x128_si256(first, second, 0x31));
   }
-  if (j < to) Sse41().weight_narrow_row(top, delta, group_min, j, to, rows, lut);
+  if (j < to) Sse41().weight_narrow_row(top, delta, group_min, j, to, row, lut);
 }
 
 // One group of 16 columns: the two samples of every column gathered by

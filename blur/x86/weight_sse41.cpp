@@ -46,62 +46,52 @@ inline void Store16Weights(uint16_t* out, __m128i lo, __m128i hi) {
 // Table lookup by byte shuffles: 16 pixels per step, the distance clamped to
 // 31 and looked up in two 16-entry tables per byte of the weight: the first
 // by d (its low 4 bits), the second by d - 16, which wraps to a set top bit
-// (a zero lookup) for d < 16. Each group's depth rows serve every output row.
-// Remainder: the scalar formula on the last columns.
+// (a zero lookup) for d < 16. Remainder: the scalar formula on the last
+// columns.
 template <bool kStream>
 void WeightRowTable(const uint16_t* top, const int16_t* delta, int from, int to,
-                    const WeightRows& rows, const WeightLut& lut) {
+                    const WeightRow& row, const WeightLut& lut) {
   const __m128i lo0 = Load(lut.diff_lo), lo1 = Load(lut.diff_lo + 16);
   const __m128i hi0 = Load(lut.diff_hi), hi1 = Load(lut.diff_hi + 16);
   const __m128i low = _mm_set1_epi8(static_cast<char>(lut.low));
   const __m128i high = _mm_set1_epi8(static_cast<char>(lut.high));
   const __m128i last = _mm_set1_epi8(kShortDiffs - 1);
   const __m128i sixteen = _mm_set1_epi8(kShortDiffs / 2);
-  __m128i frac7[kMaxWeightRows];
-  for (int i = 0; i < rows.count; ++i)
-    frac7[i] = _mm_set1_epi16(static_cast<int16_t>(rows.fy[i] << 7));
+  const __m128i frac7 = _mm_set1_epi16(static_cast<int16_t>(row.fy << 7));
   int j = from;
   for (; j + kGroup <= to; j += kGroup) {
-    const __m128i t0 = Load(top + j), t1 = Load(top + j + 8);
-    const __m128i d0 = Load(delta + j), d1 = Load(delta + j + 8);
-    for (int i = 0; i < rows.count; ++i) {
-      const __m128i v = Depths16(t0, t1, d0, d1, frac7[i]);
-      // low <= high, so at most one saturating difference is nonzero.
-      const __m128i d =
-          _mm_min_epu8(_mm_or_si128(_mm_subs_epu8(low, v), _mm_subs_epu8(v, high)), last);
-      const __m128i upper = _mm_sub_epi8(d, sixteen);
-      const __m128i lo = _mm_xor_si128(_mm_shuffle_epi8(lo0, d), _mm_shuffle_epi8(lo1, upper));
-      const __m128i hi = _mm_xor_si128(_mm_shuffle_epi8(hi0, d), _mm_shuffle_epi8(hi1, upper));
-      Store16Weights<kStream>(rows.out[i] + j, lo, hi);
-    }
+    const __m128i v =
+        Depths16(Load(top + j), Load(top + j + 8), Load(delta + j), Load(delta + j + 8), frac7);
+    // low <= high, so at most one saturating difference is nonzero.
+    const __m128i d =
+        _mm_min_epu8(_mm_or_si128(_mm_subs_epu8(low, v), _mm_subs_epu8(v, high)), last);
+    const __m128i upper = _mm_sub_epi8(d, sixteen);
+    const __m128i lo = _mm_xor_si128(_mm_shuffle_epi8(lo0, d), _mm_shuffle_epi8(lo1, upper));
+    const __m128i hi = _mm_xor_si128(_mm_shuffle_epi8(hi0, d), _mm_shuffle_epi8(hi1, upper));
+    Store16Weights<kStream>(row.out + j, lo, hi);
   }
-  if (j < to) ScalarRowKernels().weight_row(top, delta, j, to, rows, lut);
+  if (j < to) ScalarRowKernels().weight_row(top, delta, j, to, row, lut);
 }
 
 void WeightRowTable_SSE41(const uint16_t* top, const int16_t* delta, int from, int to,
-                          const WeightRows& rows, const WeightLut& lut) {
-  (rows.stream ? WeightRowTable<true> : WeightRowTable<false>)(top, delta, from, to, rows, lut);
+                          const WeightRow& row, const WeightLut& lut) {
+  (row.stream ? WeightRowTable<true> : WeightRowTable<false>)(top, delta, from, to, row, lut);
 }
 
 // Per group, the weights of its 16 depths from group_min on are loaded as
-// shuffle tables and indexed by v - group_min (0..15), for every output row.
-// Whole groups only.
+// shuffle tables and indexed by v - group_min (0..15). Whole groups only.
 void NarrowRow_SSE41(const uint16_t* top, const int16_t* delta, const uint8_t* group_min, int from,
-                     int to, const WeightRows& rows, const WeightLut& lut) {
-  __m128i frac7[kMaxWeightRows];
-  for (int i = 0; i < rows.count; ++i)
-    frac7[i] = _mm_set1_epi16(static_cast<int16_t>(rows.fy[i] << 7));
+                     int to, const WeightRow& row, const WeightLut& lut) {
+  const __m128i frac7 = _mm_set1_epi16(static_cast<int16_t>(row.fy << 7));
   for (int j = from; j < to; j += kGroup) {
     const uint8_t base = group_min[j / kGroup];
     const __m128i lo_table = Load(lut.depth_lo + base), hi_table = Load(lut.depth_hi + base);
     const __m128i at = _mm_set1_epi8(static_cast<char>(base));
-    const __m128i t0 = Load(top + j), t1 = Load(top + j + 8);
-    const __m128i d0 = Load(delta + j), d1 = Load(delta + j + 8);
-    for (int i = 0; i < rows.count; ++i) {
-      const __m128i index = _mm_sub_epi8(Depths16(t0, t1, d0, d1, frac7[i]), at);
-      Store16Weights<false>(rows.out[i] + j, _mm_shuffle_epi8(lo_table, index),
-                            _mm_shuffle_epi8(hi_table, index));
-    }
+    const __m128i index = _mm_sub_epi8(
+        Depths16(Load(top + j), Load(top + j + 8), Load(delta + j), Load(delta + j + 8), frac7),
+        at);
+    Store16Weights<false>(row.out + j, _mm_shuffle_epi8(lo_table, index),
+                          _mm_shuffle_epi8(hi_table, index));
   }
 }
 
