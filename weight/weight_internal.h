@@ -39,6 +39,7 @@ bool DepthCalibrationConvertible(const DepthCalibration& cal);
 int InitDisparityToDepth(const DepthData* depth, uint8_t* table);
 void __getRanged(const uint8_t* src, uint8_t* dst, int n, uint8_t unused_lo, uint8_t unused_hi,
                  const uint8_t* table);
+void __getRanged_c(const uint8_t* src, uint8_t* dst, int n, const uint8_t* table);
 void __getMinMax_neon(const uint8_t* src, int n, uint8_t* min_out, uint8_t* max_out);
 void __getMinMax_c(const uint8_t* src, int n, uint8_t* min_out, uint8_t* max_out);
 void __updateMinMax(const uint8_t* src, uint16_t* histogram, int n, int ratio, int min_range,

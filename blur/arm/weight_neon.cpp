@@ -127,6 +127,27 @@ void MinMaxBody_NEON(const uint8_t* src, int body, uint8_t* min_out, uint8_t* ma
   *max_out = vmaxvq_u8(vmax);
 }
 
+// A 256-entry byte table as four 64-entry ones: an index past a table's 64
+// entries (wrapped below it, or above it) leaves the byte from the one before.
+// Remainder: the scalar formula on the last n mod 16 bytes.
+void Lookup_NEON(const uint8_t* src, uint8_t* dst, int n, const uint8_t* table) {
+  constexpr int kQuarter = 64;
+  const uint8x16x4_t q0 = vld1q_u8_x4(table), q1 = vld1q_u8_x4(table + kQuarter);
+  const uint8x16x4_t q2 = vld1q_u8_x4(table + 2 * kQuarter);
+  const uint8x16x4_t q3 = vld1q_u8_x4(table + 3 * kQuarter);
+  const uint8x16_t step = vdupq_n_u8(kQuarter);
+  int i = 0;
+  for (; i + kVec <= n; i += kVec) {
+    const uint8x16_t x = vld1q_u8(src + i);
+    const uint8x16_t x1 = vsubq_u8(x, step), x2 = vsubq_u8(x1, step), x3 = vsubq_u8(x2, step);
+    uint8x16_t v = vqtbl4q_u8(q0, x);
+    v = vqtbx4q_u8(v, q1, x1);
+    v = vqtbx4q_u8(v, q2, x2);
+    vst1q_u8(dst + i, vqtbx4q_u8(v, q3, x3));
+  }
+  for (; i < n; ++i) dst[i] = table[src[i]];
+}
+
 }  // namespace
 
 void FillWeight_NEON(RowKernels* k) {
@@ -134,5 +155,6 @@ void FillWeight_NEON(RowKernels* k) {
   k->weight_narrow_row = NarrowRow_NEON;
   k->weight_fill_row = FillRow_NEON;
   k->weight_lerp_columns = LerpColumns_NEON;
+  k->depth_lookup = Lookup_NEON;
   k->depth_min_max_body = MinMaxBody_NEON;
 }

@@ -184,6 +184,32 @@ void FillRow_AVX2(uint16_t* out, int n, uint16_t w, bool stream) {
   (stream ? Fill<true> : Fill<false>)(out, n, w);
 }
 
+// A 256-entry byte table as sixteen 16-entry rows: each row looked up by the
+// low nibble, then the sixteen candidates narrowed by the high nibble's bits,
+// lowest first, each brought to the top bit that blendv reads (shifting 16-bit
+// lanes left by at most 3 keeps every byte's top bit its own).
+// Remainder: the scalar formula on the last n mod 32 bytes.
+void Lookup_AVX2(const uint8_t* src, uint8_t* dst, int n, const uint8_t* table) {
+  constexpr int kRows = 16;
+  __m256i rows[kRows];
+  for (int k = 0; k < kRows; ++k) rows[k] = Broadcast(table + kRows * k);
+  const __m256i low_nibble = _mm256_set1_epi8(0x0F);
+  int i = 0;
+  for (; i + 32 <= n; i += 32) {
+    const __m256i x = Load32(src + i);
+    const __m256i index = _mm256_and_si256(x, low_nibble);
+    __m256i pick[kRows];
+    for (int k = 0; k < kRows; ++k) pick[k] = _mm256_shuffle_epi8(rows[k], index);
+    const __m256i bit[4] = {_mm256_slli_epi16(x, 3), _mm256_slli_epi16(x, 2),
+                            _mm256_slli_epi16(x, 1), x};
+    for (int level = 0, count = kRows; count > 1; ++level, count /= 2)
+      for (int k = 0; k < count / 2; ++k)
+        pick[k] = _mm256_blendv_epi8(pick[2 * k], pick[2 * k + 1], bit[level]);
+    Store32(dst + i, pick[0]);
+  }
+  for (; i < n; ++i) dst[i] = table[src[i]];
+}
+
 }  // namespace
 
 void FillWeight_AVX2(RowKernels* k) {
@@ -191,4 +217,5 @@ void FillWeight_AVX2(RowKernels* k) {
   k->weight_narrow_row = NarrowRow_AVX2;
   k->weight_fill_row = FillRow_AVX2;
   k->weight_lerp_columns = LerpColumns_AVX2;
+  k->depth_lookup = Lookup_AVX2;
 }
