@@ -1,5 +1,5 @@
-// NEON row helpers of the weight-map interpolation and the depth range
-// (the drivers and the scalar formulas are in weight/weight_map.cpp and
+// NEON row helpers of the weight-map interpolation, the depth lookup and the
+// depth range (the drivers and the scalar formulas are in weight/weight_map.cpp and
 // weight/depth_table.cpp).
 #include <arm_neon.h>
 

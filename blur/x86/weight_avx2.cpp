@@ -1,7 +1,8 @@
-// AVX2 row helpers of the weight-map interpolation (the drivers and the
-// scalar formulas are in weight/weight_map.cpp): 32 pixels, or two groups of
-// 16, per step, and the column interpolation 16 columns per step; the group
-// ranges stay with the SSE4.1 member, which also takes the remainders.
+// AVX2 row helpers of the weight-map interpolation and the depth lookup (the
+// drivers and the scalar formulas are in weight/weight_map.cpp and
+// weight/depth_table.cpp): 32 pixels, or two groups of 16, per step, and the
+// column interpolation 16 columns per step; the SSE4.1 members take the
+// remainders.
 //
 // Everything here stays in this file's anonymous namespace: a shared inline
 // helper compiled with -mavx2 could be the copy an SSE4.1-only CPU runs.
