@@ -115,7 +115,7 @@ struct RowKernels {
   NarrowRowFn weight_narrow_row;  // whole groups within a 16-depth window
   FillRowFn weight_fill_row;      // one weight
   void (*weight_stream_fence)();  // orders streaming stores before the return
-  LerpColumnsFn weight_lerp_columns;
+  LerpPairFn weight_lerp_pair;
   // dst[i] = table[src[i]] for i in [0, n).
   void (*depth_lookup)(const uint8_t* src, uint8_t* dst, int n, const uint8_t* table);
   // Minimum and maximum of src[0, body), body a multiple of 16.

@@ -167,9 +167,13 @@ void BuildColumns(int x0, int n, int sx, int dW, ColumnTable* c) {
   BuildGroupShuffles(dW, c);
 }
 
-void LerpColumns_C(const uint8_t* row, const ColumnTable& c, int from, int to, uint16_t* dst) {
-  for (int j = from; j < to; ++j)
-    dst[j] = static_cast<uint16_t>(Lerp8(row[c.ix[j]], row[c.ix1[j]], c.fx[j]));
+void LerpPair_C(const uint8_t* row0, const uint8_t* row1, const ColumnTable& c, int from, int to,
+                uint16_t* top, int16_t* delta) {
+  for (int j = from; j < to; ++j) {
+    const int upper = Lerp8(row0[c.ix[j]], row0[c.ix1[j]], c.fx[j]);
+    top[j] = static_cast<uint16_t>(upper);
+    delta[j] = static_cast<int16_t>(Lerp8(row1[c.ix[j]], row1[c.ix1[j]], c.fx[j]) - upper);
+  }
 }
 
 // One output row from left to right: rows one after another make the map
@@ -197,7 +201,7 @@ void FillWeight_C(RowKernels* k) {
   k->weight_narrow_row = NarrowRow_C;
   k->weight_fill_row = FillRow_C;
   k->weight_stream_fence = NoFence_C;
-  k->weight_lerp_columns = LerpColumns_C;
+  k->weight_lerp_pair = LerpPair_C;
 }
 
 DOFRA_WEIGHT_UP(__WeightInterpolateUp_c) {
@@ -253,7 +257,7 @@ DOFRA_WEIGHT_UP(__WeightInterpolateUp) {
     for (int y = first_row; y <= last_row; ++y, qy += sy) {
       const int iy = qy >> kFixShift;
       if (iy != pair_row) {
-        PreparePair(k.weight_lerp_columns, smooth + static_cast<ptrdiff_t>(iy) * dW,
+        PreparePair(k.weight_lerp_pair, smooth + static_cast<ptrdiff_t>(iy) * dW,
                     smooth + static_cast<ptrdiff_t>(std::min(iy + 1, dH - 1)) * dW, cols, spans,
                     rules, &pair);
         pair_row = iy;

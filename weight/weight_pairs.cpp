@@ -119,11 +119,6 @@ void Classify(const uint8_t* __restrict group_min, const uint8_t* __restrict gro
   }
 }
 
-void Difference(const uint16_t* __restrict top, const uint16_t* __restrict bottom, int from, int to,
-                int16_t* __restrict delta) {
-  for (int j = from; j < to; ++j) delta[j] = static_cast<int16_t>(bottom[j] - top[j]);
-}
-
 // A run ends at each group whose kind differs from the next one's (the
 // sentinel after the last group differs from every kind): eight groups
 // compared per little-endian word, each differing byte reduced to its top bit.
@@ -155,15 +150,13 @@ void FormRuns(int groups, int n, PairRows* p) {
 
 // Only where a run is not a fill: each row is interpolated for every pair it
 // belongs to, which costs less than interpolating whole rows once.
-void InterpolateRuns(LerpColumnsFn lerp, const uint8_t* r0, const uint8_t* r1,
-                     const ColumnTable& cols, PairRows* p) {
+void InterpolateRuns(LerpPairFn lerp, const uint8_t* r0, const uint8_t* r1, const ColumnTable& cols,
+                     PairRows* p) {
   int from = 0;
   for (int r = 0; r < p->runs; from = p->run_end[r++]) {
     if (p->run_kind[r] >= kKindFill) continue;
     const int to = p->run_end[r];
-    lerp(r0, cols, from, to, p->top);
-    lerp(r1, cols, from, to, p->bottom);
-    Difference(p->top, p->bottom, from, to, p->delta);
+    lerp(r0, r1, cols, from, to, p->top, p->delta);
   }
 }
 
@@ -200,7 +193,7 @@ StripSpans SpansOf(const ColumnTable& cols) {
   return s;
 }
 
-void PreparePair(LerpColumnsFn lerp, const uint8_t* r0, const uint8_t* r1, const ColumnTable& cols,
+void PreparePair(LerpPairFn lerp, const uint8_t* r0, const uint8_t* r1, const ColumnTable& cols,
                  const StripSpans& spans, const KindRules& rules, PairRows* p) {
   const int groups = cols.n / kGroup;
   if (groups > 0 && spans.columns + spans.window <= kBoundsColumns)

@@ -50,7 +50,6 @@ constexpr int kBoundsColumns = kWeightStrip + 64;
 struct PairRows {
   alignas(32) uint16_t top[kWeightStrip];  // valid in runs that are not fills
   alignas(32) int16_t delta[kWeightStrip];
-  alignas(32) uint16_t bottom[kWeightStrip];
   uint8_t group_min[kWeightGroups];
   uint8_t group_max[kWeightGroups];
   uint8_t kind[kWeightGroups + kWordGroups + 1];  // read a word past the sentinel
@@ -62,7 +61,7 @@ struct PairRows {
 
 // Everything that the output rows between disparity rows r0 and r1 share.
 // Remainder: the last n mod 16 columns form a mixed run of their own.
-void PreparePair(LerpColumnsFn lerp, const uint8_t* r0, const uint8_t* r1, const ColumnTable& cols,
+void PreparePair(LerpPairFn lerp, const uint8_t* r0, const uint8_t* r1, const ColumnTable& cols,
                  const StripSpans& spans, const KindRules& rules, PairRows* p);
 
 #endif  // DOFRA_WEIGHT_WEIGHT_PAIRS_H

@@ -63,9 +63,10 @@ using WeightRowFn = void (*)(const uint16_t* top, const int16_t* delta, int from
 using NarrowRowFn = void (*)(const uint16_t* top, const int16_t* delta, const uint8_t* group_min,
                              int from, int to, const WeightRow& row, const WeightLut& lut);
 using FillRowFn = void (*)(uint16_t* out, int n, uint16_t w, bool stream);
-// Columns [from, to) of one disparity row interpolated across the strip;
-// from is a multiple of 16.
-using LerpColumnsFn = void (*)(const uint8_t* row, const ColumnTable& c, int from, int to,
-                               uint16_t* dst);
+// Columns [from, to) of two disparity rows interpolated across the strip:
+// the upper one into `top`, the lower one as its difference from it; from is
+// a multiple of 16.
+using LerpPairFn = void (*)(const uint8_t* row0, const uint8_t* row1, const ColumnTable& c,
+                            int from, int to, uint16_t* top, int16_t* delta);
 
 #endif  // DOFRA_WEIGHT_WEIGHT_ROWS_H

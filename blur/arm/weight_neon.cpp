@@ -88,31 +88,38 @@ void FillRow_NEON(uint16_t* out, int n, uint16_t w, bool) {
 inline int16x8_t WidenLow(uint8x16_t v) { return vreinterpretq_s16_u16(vmovl_u8(vget_low_u8(v))); }
 inline int16x8_t WidenHigh(uint8x16_t v) { return vreinterpretq_s16_u16(vmovl_high_u8(v)); }
 
-// The group's samples from one 16-byte load by two lookups (picks are 0..15).
-void LerpGroup_NEON(const uint8_t* row, const ColumnTable& c, int g, uint16_t* dst) {
+// One group's depths in one row, 8 per vector: the samples from one 16-byte
+// load by two lookups (picks are 0..15).
+void LerpGroup_NEON(const uint8_t* row, const ColumnTable& c, int g, int16x8_t* lo, int16x8_t* hi) {
   const uint8x16_t src = vld1q_u8(row + c.load_at[g]);
   const uint8x16_t a = vqtbl1q_u8(src, vld1q_u8(c.pick0[g]));
   const uint8x16_t b = vqtbl1q_u8(src, vld1q_u8(c.pick1[g]));
   const int16x8_t a_lo = WidenLow(a), a_hi = WidenHigh(a);
   const int16x8_t b_lo = WidenLow(b), b_hi = WidenHigh(b);
-  const int16_t* frac7 = c.frac7[g];
-  vst1q_u16(dst, vreinterpretq_u16_s16(Lerp16_NEON(a_lo, vsubq_s16(b_lo, a_lo), vld1q_s16(frac7))));
-  vst1q_u16(dst + 8,
-            vreinterpretq_u16_s16(Lerp16_NEON(a_hi, vsubq_s16(b_hi, a_hi), vld1q_s16(frac7 + 8))));
+  *lo = Lerp16_NEON(a_lo, vsubq_s16(b_lo, a_lo), vld1q_s16(c.frac7[g]));
+  *hi = Lerp16_NEON(a_hi, vsubq_s16(b_hi, a_hi), vld1q_s16(c.frac7[g] + 8));
 }
 
 // Remainder: the scalar formula on the last columns and on groups whose
 // samples do not fit one load.
-void LerpColumns_NEON(const uint8_t* row, const ColumnTable& c, int from, int to, uint16_t* dst) {
-  const LerpColumnsFn formula = ScalarRowKernels().weight_lerp_columns;
+void LerpPair_NEON(const uint8_t* row0, const uint8_t* row1, const ColumnTable& c, int from, int to,
+                   uint16_t* top, int16_t* delta) {
+  const LerpPairFn formula = ScalarRowKernels().weight_lerp_pair;
   int j = from;
   for (int g = from / kGroup; j + kGroup <= to; ++g, j += kGroup) {
-    if (c.load_at[g] >= 0)
-      LerpGroup_NEON(row, c, g, dst + j);
-    else
-      formula(row, c, j, j + kGroup, dst);
+    if (c.load_at[g] < 0) {
+      formula(row0, row1, c, j, j + kGroup, top, delta);
+      continue;
+    }
+    int16x8_t t0, t1, b0, b1;
+    LerpGroup_NEON(row0, c, g, &t0, &t1);
+    LerpGroup_NEON(row1, c, g, &b0, &b1);
+    vst1q_u16(top + j, vreinterpretq_u16_s16(t0));
+    vst1q_u16(top + j + 8, vreinterpretq_u16_s16(t1));
+    vst1q_s16(delta + j, vsubq_s16(b0, t0));
+    vst1q_s16(delta + j + 8, vsubq_s16(b1, t1));
   }
-  formula(row, c, j, to, dst);
+  formula(row0, row1, c, j, to, top, delta);
 }
 
 void MinMaxBody_NEON(const uint8_t* src, int body, uint8_t* min_out, uint8_t* max_out) {
@@ -154,7 +161,7 @@ void FillWeight_NEON(RowKernels* k) {
   k->weight_row_short = WeightRowTable_NEON;
   k->weight_narrow_row = NarrowRow_NEON;
   k->weight_fill_row = FillRow_NEON;
-  k->weight_lerp_columns = LerpColumns_NEON;
+  k->weight_lerp_pair = LerpPair_NEON;
   k->depth_lookup = Lookup_NEON;
   k->depth_min_max_body = MinMaxBody_NEON;
 }

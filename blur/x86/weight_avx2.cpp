@@ -148,28 +148,32 @@ void NarrowRow_AVX2(const uint16_t* top, const int16_t* delta, const uint8_t* gr
   if (j < to) Sse41().weight_narrow_row(top, delta, group_min, j, to, row, lut);
 }
 
-// One group of 16 columns: the two samples of every column gathered by
-// shuffles from one 16-byte load, then one 16-lane interpolation.
-void LerpGroup(const uint8_t* row, const ColumnTable& c, int g, uint16_t* dst) {
+// One group's depths in one row: the two samples of every column gathered
+// by shuffles from one 16-byte load, then one 16-lane interpolation.
+__m256i LerpGroup(const uint8_t* row, const ColumnTable& c, int g) {
   const __m128i src = _mm_loadu_si128(reinterpret_cast<const __m128i*>(row + c.load_at[g]));
   const __m256i a = _mm256_cvtepu8_epi16(
       _mm_shuffle_epi8(src, _mm_load_si128(reinterpret_cast<const __m128i*>(c.pick0[g]))));
   const __m256i b = _mm256_cvtepu8_epi16(
       _mm_shuffle_epi8(src, _mm_load_si128(reinterpret_cast<const __m128i*>(c.pick1[g]))));
-  Store32(dst, DepthOf16(a, _mm256_sub_epi16(b, a), Load32(c.frac7[g])));
+  return DepthOf16(a, _mm256_sub_epi16(b, a), Load32(c.frac7[g]));
 }
 
 // Remainder: the scalar formula (through the SSE4.1 member) on the last
 // columns and on groups whose samples do not fit one load.
-void LerpColumns_AVX2(const uint8_t* row, const ColumnTable& c, int from, int to, uint16_t* dst) {
+void LerpPair_AVX2(const uint8_t* row0, const uint8_t* row1, const ColumnTable& c, int from, int to,
+                   uint16_t* top, int16_t* delta) {
   int j = from;
   for (int g = from / kGroup; j + kGroup <= to; ++g, j += kGroup) {
-    if (c.load_at[g] >= 0)
-      LerpGroup(row, c, g, dst + j);
-    else
-      Sse41().weight_lerp_columns(row, c, j, j + kGroup, dst);
+    if (c.load_at[g] < 0) {
+      Sse41().weight_lerp_pair(row0, row1, c, j, j + kGroup, top, delta);
+      continue;
+    }
+    const __m256i upper = LerpGroup(row0, c, g);
+    Store32(top + j, upper);
+    Store32(delta + j, _mm256_sub_epi16(LerpGroup(row1, c, g), upper));
   }
-  if (j < to) Sse41().weight_lerp_columns(row, c, j, to, dst);
+  if (j < to) Sse41().weight_lerp_pair(row0, row1, c, j, to, top, delta);
 }
 
 // 16 entries per store; remainder: the SSE4.1 member.
@@ -217,6 +221,6 @@ void FillWeight_AVX2(RowKernels* k) {
   k->weight_row_short = WeightRowTable_AVX2;
   k->weight_narrow_row = NarrowRow_AVX2;
   k->weight_fill_row = FillRow_AVX2;
-  k->weight_lerp_columns = LerpColumns_AVX2;
+  k->weight_lerp_pair = LerpPair_AVX2;
   k->depth_lookup = Lookup_AVX2;
 }

@@ -110,7 +110,9 @@ void FillRow_SSE41(uint16_t* out, int n, uint16_t w, bool stream) {
 
 void StreamFence_SSE41() { _mm_sfence(); }
 
-void LerpGroup_SSE41(const uint8_t* row, const ColumnTable& c, int g, uint16_t* dst) {
+// One group's depths in one row, 8 per vector: the two samples of every
+// column gathered by shuffles from one 16-byte load.
+void LerpGroup_SSE41(const uint8_t* row, const ColumnTable& c, int g, __m128i* lo, __m128i* hi) {
   const __m128i src = _mm_loadu_si128(reinterpret_cast<const __m128i*>(row + c.load_at[g]));
   const __m128i a =
       _mm_shuffle_epi8(src, _mm_load_si128(reinterpret_cast<const __m128i*>(c.pick0[g])));
@@ -120,24 +122,30 @@ void LerpGroup_SSE41(const uint8_t* row, const ColumnTable& c, int g, uint16_t* 
   const __m128i a_lo = _mm_cvtepu8_epi16(a), a_hi = _mm_unpackhi_epi8(a, zero);
   const __m128i b_lo = _mm_cvtepu8_epi16(b), b_hi = _mm_unpackhi_epi8(b, zero);
   const __m128i* frac7 = reinterpret_cast<const __m128i*>(c.frac7[g]);
-  _mm_storeu_si128(reinterpret_cast<__m128i*>(dst),
-                   Lerp16_SSE41(a_lo, _mm_sub_epi16(b_lo, a_lo), _mm_load_si128(frac7)));
-  _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + 8),
-                   Lerp16_SSE41(a_hi, _mm_sub_epi16(b_hi, a_hi), _mm_load_si128(frac7 + 1)));
+  *lo = Lerp16_SSE41(a_lo, _mm_sub_epi16(b_lo, a_lo), _mm_load_si128(frac7));
+  *hi = Lerp16_SSE41(a_hi, _mm_sub_epi16(b_hi, a_hi), _mm_load_si128(frac7 + 1));
 }
 
 // Remainder: the scalar formula on the last columns and on groups whose
 // samples do not fit one load.
-void LerpColumns_SSE41(const uint8_t* row, const ColumnTable& c, int from, int to, uint16_t* dst) {
-  const LerpColumnsFn formula = ScalarRowKernels().weight_lerp_columns;
+void LerpPair_SSE41(const uint8_t* row0, const uint8_t* row1, const ColumnTable& c, int from,
+                    int to, uint16_t* top, int16_t* delta) {
+  const LerpPairFn formula = ScalarRowKernels().weight_lerp_pair;
   int j = from;
   for (int g = from / kGroup; j + kGroup <= to; ++g, j += kGroup) {
-    if (c.load_at[g] >= 0)
-      LerpGroup_SSE41(row, c, g, dst + j);
-    else
-      formula(row, c, j, j + kGroup, dst);
+    if (c.load_at[g] < 0) {
+      formula(row0, row1, c, j, j + kGroup, top, delta);
+      continue;
+    }
+    __m128i t0, t1, b0, b1;
+    LerpGroup_SSE41(row0, c, g, &t0, &t1);
+    LerpGroup_SSE41(row1, c, g, &b0, &b1);
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(top + j), t0);
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(top + j + 8), t1);
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(delta + j), _mm_sub_epi16(b0, t0));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(delta + j + 8), _mm_sub_epi16(b1, t1));
   }
-  formula(row, c, j, to, dst);
+  formula(row0, row1, c, j, to, top, delta);
 }
 
 // Folds the 16 lanes into lane 0 by halving four times.
@@ -170,6 +178,6 @@ void FillWeight_SSE41(RowKernels* k) {
   k->weight_narrow_row = NarrowRow_SSE41;
   k->weight_fill_row = FillRow_SSE41;
   k->weight_stream_fence = StreamFence_SSE41;
-  k->weight_lerp_columns = LerpColumns_SSE41;
+  k->weight_lerp_pair = LerpPair_SSE41;
   k->depth_min_max_body = MinMaxBody_SSE41;
 }
