@@ -8,9 +8,10 @@ namespace {
 //
 //   level    files                      entries
 //   scalar   blur/*.cpp, weight/*.cpp   every entry: the formulas
-//   sse4.1   blur/x86/*_sse41.cpp       every entry but weight_row
-//   avx2     blur/x86/*_avx2.cpp        compositing, shrinks, sliding box, weight rows
-//   neon     blur/arm/*_neon.cpp        every entry but weight_row
+//   sse4.1   blur/x86/*_sse41.cpp       every entry but weight_row, depth_lookup
+//   avx2     blur/x86/*_avx2.cpp        compositing, shrinks, sliding box, weight rows,
+//                                       depth_lookup
+//   neon     blur/arm/*_neon.cpp        every entry but weight_row, weight_stream_fence
 RowKernels BuildTable(SimdLevel level) {
   RowKernels k{};
   FillCompositeY_C(&k);

@@ -114,8 +114,10 @@ struct RowKernels {
   WeightRowFn weight_row_short;   // valid when lut.short_table
   NarrowRowFn weight_narrow_row;  // whole groups within a 16-depth window
   FillRowFn weight_fill_row;      // one weight
-  LerpColumnsFn weight_lerp_columns;
-  PairRangesFn weight_pair_ranges;
+  void (*weight_stream_fence)();  // orders streaming stores before the return
+  LerpPairFn weight_lerp_pair;
+  // dst[i] = table[src[i]] for i in [0, n).
+  void (*depth_lookup)(const uint8_t* src, uint8_t* dst, int n, const uint8_t* table);
   // Minimum and maximum of src[0, body), body a multiple of 16.
   void (*depth_min_max_body)(const uint8_t* src, int body, uint8_t* min_out, uint8_t* max_out);
 };

@@ -83,9 +83,16 @@ void MinMax(decltype(RowKernels::depth_min_max_body) body_fn, const uint8_t* src
   *max_out = mx;
 }
 
+void Lookup_C(const uint8_t* src, uint8_t* dst, int n, const uint8_t* table) {
+  for (int i = 0; i < n; ++i) dst[i] = table[src[i]];
+}
+
 }  // namespace
 
-void FillDepthTable_C(RowKernels* k) { k->depth_min_max_body = MinMaxBody_C; }
+void FillDepthTable_C(RowKernels* k) {
+  k->depth_lookup = Lookup_C;
+  k->depth_min_max_body = MinMaxBody_C;
+}
 
 DepthCalibration ReadDepthCalibration(const DepthData* depth) {
   const auto* bytes = reinterpret_cast<const uint8_t*>(depth);
@@ -129,8 +136,12 @@ int InitDisparityToDepth(const DepthData* depth, uint8_t* table) {
 
 void __getRanged(const uint8_t* src, uint8_t* dst, int n, uint8_t /*unused_lo*/,
                  uint8_t /*unused_hi*/, const uint8_t* table) {
-  for (int i = 0; i < n; ++i) dst[i] = table[src[i]];
+  ActiveRowKernels().depth_lookup(src, dst, n, table);
   (void)getTime();
+}
+
+void __getRanged_c(const uint8_t* src, uint8_t* dst, int n, const uint8_t* table) {
+  ScalarRowKernels().depth_lookup(src, dst, n, table);
 }
 
 void __getMinMax_c(const uint8_t* src, int n, uint8_t* min_out, uint8_t* max_out) {

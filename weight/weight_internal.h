@@ -39,6 +39,7 @@ bool DepthCalibrationConvertible(const DepthCalibration& cal);
 int InitDisparityToDepth(const DepthData* depth, uint8_t* table);
 void __getRanged(const uint8_t* src, uint8_t* dst, int n, uint8_t unused_lo, uint8_t unused_hi,
                  const uint8_t* table);
+void __getRanged_c(const uint8_t* src, uint8_t* dst, int n, const uint8_t* table);
 void __getMinMax_neon(const uint8_t* src, int n, uint8_t* min_out, uint8_t* max_out);
 void __getMinMax_c(const uint8_t* src, int n, uint8_t* min_out, uint8_t* max_out);
 void __updateMinMax(const uint8_t* src, uint16_t* histogram, int n, int ratio, int min_range,
@@ -47,9 +48,10 @@ void __updateMinMax(const uint8_t* src, uint16_t* histogram, int n, int ratio, i
 #define DOFRA_WEIGHT_UP(name)                                                                   \
   void name(int W, int H, int focus_x, int focus_y, int first_row, int last_row, uint16_t* out, \
             int dW, int dH, uint8_t falloff, uint8_t strength, const uint8_t* smooth)
-// Vectorised member (a per-call depth-to-weight table, rows interpolated once
-// per disparity row pair, runs chosen by their depth range) and its plain
-// per-pixel formula; they write identical values.
+// Vectorised member (a per-call depth-to-weight table, runs of 16-column
+// groups chosen per disparity row pair by the bounds of their samples, rows
+// interpolated only where a run is not constant, large maps streamed) and its
+// plain per-pixel formula; they write identical values.
 DOFRA_WEIGHT_UP(__WeightInterpolateUp);
 DOFRA_WEIGHT_UP(__WeightInterpolateUp_c);
 

@@ -12,6 +12,7 @@
 #include "blur/row_kernels.h"
 #include "weight/weight_context.h"
 #include "weight/weight_internal.h"
+#include "weight/weight_pairs.h"
 
 const uint8_t kStrengthTable[kStrengthLevels] = {0,   60,  68,  76,  82,  87,  92,  100, 103, 107,
                                                  110, 112, 114, 116, 118, 120, 122, 124, 126, 128};
@@ -90,13 +91,11 @@ inline uint16_t WeightOf(int v, const WeightRamp& ramp) {
   return WeightOfDiff(v < ramp.low ? ramp.low - v : (v > ramp.high ? v - ramp.high : 0), ramp);
 }
 
-// Run kinds above any weight: groups that need the per-pixel path, through
-// the distance tables (kMixed) or with a 16-entry window of depths (kNarrow).
-constexpr uint16_t kMixed = 0xFFFF;
-constexpr uint16_t kNarrow = 0xFFFE;
 constexpr int kGroup = kWeightGroup;
 constexpr int kStrip = kWeightStrip;
-constexpr int kGroups = kWeightGroups;
+// Maps from this size on are written with streaming stores: past what a
+// core's own caches hold, a store that first reads its line costs twice.
+constexpr int64_t kStreamMapBytes = 2 << 20;
 
 void BuildLut(const WeightRamp& ramp, WeightLut* lut) {
   lut->low = ramp.low;
@@ -126,19 +125,19 @@ void BuildLut(const WeightRamp& ramp, WeightLut* lut) {
   }
 }
 
-void WeightRow_C(const uint16_t* top, const int16_t* delta, int from, int to,
-                 const WeightRows& rows, const WeightLut& lut) {
-  for (int i = 0; i < rows.count; ++i) {
-    for (int j = from; j < to; ++j)
-      rows.out[i][j] = lut.by_depth[Lerp8(top[j], top[j] + delta[j], rows.fy[i])];
-  }
+void WeightRow_C(const uint16_t* top, const int16_t* delta, int from, int to, const WeightRow& row,
+                 const WeightLut& lut) {
+  for (int j = from; j < to; ++j)
+    row.out[j] = lut.by_depth[Lerp8(top[j], top[j] + delta[j], row.fy)];
 }
 
-void FillRow_C(uint16_t* out, int n, uint16_t w) { std::fill(out, out + n, w); }
+void FillRow_C(uint16_t* out, int n, uint16_t w, bool) { std::fill(out, out + n, w); }
+
+void NoFence_C() {}
 
 void NarrowRow_C(const uint16_t* top, const int16_t* delta, const uint8_t*, int from, int to,
-                 const WeightRows& rows, const WeightLut& lut) {
-  WeightRow_C(top, delta, from, to, rows, lut);
+                 const WeightRow& row, const WeightLut& lut) {
+  WeightRow_C(top, delta, from, to, row, lut);
 }
 
 // A group is gathered by shuffles when its samples span at most 16 bytes; the
@@ -168,117 +167,29 @@ void BuildColumns(int x0, int n, int sx, int dW, ColumnTable* c) {
   BuildGroupShuffles(dW, c);
 }
 
-void LerpColumns_C(const uint8_t* row, const ColumnTable& c, int from, int to, uint16_t* dst) {
-  for (int j = from; j < to; ++j)
-    dst[j] = static_cast<uint16_t>(Lerp8(row[c.ix[j]], row[c.ix1[j]], c.fx[j]));
-}
-
-// Two horizontally interpolated depth rows, each computed once and reused by
-// every output row that falls between the same pair of disparity rows.
-class RowCache {
- public:
-  RowCache(const uint8_t* depth, int dW, const ColumnTable& cols, LerpColumnsFn lerp)
-      : depth_(depth), dW_(dW), cols_(cols), lerp_(lerp) {}
-
-  // The row for disparity row r; never evicts the row `keep` points at.
-  const uint16_t* Get(int r, const uint16_t* keep) {
-    for (int s = 0; s < 2; ++s)
-      if (tag_[s] == r) return rows_[s];
-    const int s = (rows_[0] == keep) ? 1 : 0;
-    lerp_(depth_ + static_cast<ptrdiff_t>(r) * dW_, cols_, 0, cols_.n, rows_[s]);
-    tag_[s] = r;
-    return rows_[s];
-  }
-
- private:
-  const uint8_t* depth_;
-  int dW_;
-  const ColumnTable& cols_;
-  LerpColumnsFn lerp_;
-  int tag_[2] = {-1, -1};
-  uint16_t rows_[2][kStrip];
-};
-
-// What every output row between one pair of disparity rows shares: the row
-// difference, and runs of 16-column groups by their depth range (the
-// interpolation never leaves [min, max] of its two rows): one weight, a
-// narrow range, or wide.
-struct PairRows {
-  int16_t delta[kStrip];
-  uint8_t group_min[kGroups];
-  int runs;
-  int run_end[kGroups + 1];          // column after each run
-  uint16_t run_weight[kGroups + 1];  // the run's weight, or kMixed
-};
-
-struct DepthRange {
-  int min;
-  int max;
-};
-
-DepthRange GroupRange_C(const uint16_t* top, const uint16_t* bottom, int from, int to,
-                        int16_t* delta) {
-  DepthRange r = {kDepths, -1};
+void LerpPair_C(const uint8_t* row0, const uint8_t* row1, const ColumnTable& c, int from, int to,
+                uint16_t* top, int16_t* delta) {
   for (int j = from; j < to; ++j) {
-    delta[j] = static_cast<int16_t>(bottom[j] - top[j]);
-    r.min = std::min({r.min, static_cast<int>(top[j]), static_cast<int>(bottom[j])});
-    r.max = std::max({r.max, static_cast<int>(top[j]), static_cast<int>(bottom[j])});
-  }
-  return r;
-}
-
-void PairRanges_C(const uint16_t* top, const uint16_t* bottom, int groups, int16_t* delta,
-                  uint8_t* group_min, uint8_t* group_max) {
-  for (int g = 0; g < groups; ++g) {
-    const DepthRange r = GroupRange_C(top, bottom, g * kGroup, (g + 1) * kGroup, delta);
-    group_min[g] = static_cast<uint8_t>(r.min);
-    group_max[g] = static_cast<uint8_t>(r.max);
+    const int upper = Lerp8(row0[c.ix[j]], row0[c.ix1[j]], c.fx[j]);
+    top[j] = static_cast<uint16_t>(upper);
+    delta[j] = static_cast<int16_t>(Lerp8(row1[c.ix[j]], row1[c.ix1[j]], c.fx[j]) - upper);
   }
 }
 
-// The kind of one group: its weight when its depth range weighs as one value.
-uint16_t GroupKind(const DepthRange& r, const WeightLut& lut) {
-  if (lut.same_until[r.min] >= r.max) return lut.by_depth[r.min];
-  return r.max - r.min < kGroup ? kNarrow : kMixed;
-}
-
-// Ranges and kinds first (no stores feed back into the loop), then the runs.
-// Remainder: the last n mod 16 columns form a run of their own, always mixed.
-void PreparePair(PairRangesFn pair_ranges, const uint16_t* top, const uint16_t* bottom, int n,
-                 const WeightLut& lut, PairRows* p) {
-  const int groups = n / kGroup;
-  uint8_t group_max[kGroups];
-  pair_ranges(top, bottom, groups, p->delta, p->group_min, group_max);
-  // The current run's kind stays in a register rather than being read back.
-  int runs = 0;
-  uint16_t current = 0;
-  for (int g = 0; g < groups; ++g) {
-    const uint16_t kind = GroupKind({p->group_min[g], group_max[g]}, lut);
-    if (runs == 0 || kind != current) p->run_weight[runs++] = current = kind;
-    p->run_end[runs - 1] = (g + 1) * kGroup;
-  }
-  if (groups * kGroup < n) {
-    GroupRange_C(top, bottom, groups * kGroup, n, p->delta);
-    p->run_end[runs] = n;
-    p->run_weight[runs++] = kMixed;
-  }
-  p->runs = runs;
-}
-
-void WriteRows(const RowKernels& k, const uint16_t* top, const PairRows& p, const WeightLut& lut,
-               WeightRowFn row_fn, const WeightRows& rows) {
+// One output row from left to right: rows one after another make the map
+// one sequential stream (the top and delta a row reloads stay in L1).
+void WriteRow(const RowKernels& k, const PairRows& p, const KindRules& rules, const WeightLut& lut,
+              WeightRowFn row_fn, const WeightRow& row) {
   int from = 0;
-  for (int r = 0; r < p.runs; ++r) {
+  for (int r = 0; r < p.runs; from = p.run_end[r++]) {
     const int to = p.run_end[r];
-    if (p.run_weight[r] == kMixed) {
-      row_fn(top, p.delta, from, to, rows, lut);
-    } else if (p.run_weight[r] == kNarrow) {
-      k.weight_narrow_row(top, p.delta, p.group_min, from, to, rows, lut);
-    } else {
-      for (int i = 0; i < rows.count; ++i)
-        k.weight_fill_row(rows.out[i] + from, to - from, p.run_weight[r]);
-    }
-    from = to;
+    const uint8_t kind = p.run_kind[r];
+    if (kind == kKindMixed)
+      row_fn(p.top, p.delta, from, to, row, lut);
+    else if (kind == kKindNarrow)
+      k.weight_narrow_row(p.top, p.delta, p.group_min, from, to, row, lut);
+    else
+      k.weight_fill_row(row.out + from, to - from, rules.weight[kind - kKindFill], row.stream);
   }
 }
 
@@ -289,8 +200,8 @@ void FillWeight_C(RowKernels* k) {
   k->weight_row_short = WeightRow_C;
   k->weight_narrow_row = NarrowRow_C;
   k->weight_fill_row = FillRow_C;
-  k->weight_lerp_columns = LerpColumns_C;
-  k->weight_pair_ranges = PairRanges_C;
+  k->weight_stream_fence = NoFence_C;
+  k->weight_lerp_pair = LerpPair_C;
 }
 
 DOFRA_WEIGHT_UP(__WeightInterpolateUp_c) {
@@ -315,10 +226,10 @@ DOFRA_WEIGHT_UP(__WeightInterpolateUp_c) {
   }
 }
 
-// Per call: the weight of every depth. Per strip of columns: sample positions
-// and gathers. Per pair of disparity rows: both rows interpolated
-// horizontally, their difference, and the runs of constant weight. Per output
-// row only the vertical blend and a table lookup remain.
+// Per call: the weight of every depth and its constant stretches. Per strip
+// of columns: sample positions and gathers. Per pair of disparity rows: group
+// bounds from the samples, runs by kind, and the depth rows of the runs that
+// need them. Per output row only fills, or the vertical blend and a lookup.
 DOFRA_WEIGHT_UP(__WeightInterpolateUp) {
   const int sx = (dW * kFixOne) / W;
   const int sy = (dH * kFixOne) / H;
@@ -328,35 +239,35 @@ DOFRA_WEIGHT_UP(__WeightInterpolateUp) {
                            strength};
   WeightLut lut;
   BuildLut(ramp, &lut);
+  const KindRules rules = KindRulesOf(lut);
   const RowKernels& k = ActiveRowKernels();
   const WeightRowFn row_fn = lut.short_table ? k.weight_row_short : k.weight_row;
   ColumnTable cols;
   PairRows pair;
+  WeightRow row;
+  // Only where every group of a row streams (the narrow path does not): a
+  // line written both ways is flushed half-written, far slower than either.
+  const int64_t map_bytes = static_cast<int64_t>(last_row - first_row + 1) * W * 2;
+  row.stream = lut.short_table && map_bytes >= kStreamMapBytes;
   for (int x0 = 0; x0 < W; x0 += kStrip) {
     BuildColumns(x0, std::min(kStrip, W - x0), sx, dW, &cols);
-    RowCache cache(smooth, dW, cols, k.weight_lerp_columns);
-    const uint16_t* top = nullptr;
+    const StripSpans spans = SpansOf(cols);
     int pair_row = -1;
-    WeightRows rows;
-    rows.count = 0;
     int qy = first_row * sy;
     for (int y = first_row; y <= last_row; ++y, qy += sy) {
-      const int iy = qy >> kFixShift, fy = (qy >> kFracShift) & 0xFF;
-      if (iy != pair_row || rows.count == kMaxWeightRows) {
-        if (rows.count > 0) WriteRows(k, top, pair, lut, row_fn, rows);
-        rows.count = 0;
-      }
+      const int iy = qy >> kFixShift;
       if (iy != pair_row) {
-        top = cache.Get(iy, nullptr);
-        PreparePair(k.weight_pair_ranges, top, cache.Get(std::min(iy + 1, dH - 1), top), cols.n,
-                    lut, &pair);
+        PreparePair(k.weight_lerp_pair, smooth + static_cast<ptrdiff_t>(iy) * dW,
+                    smooth + static_cast<ptrdiff_t>(std::min(iy + 1, dH - 1)) * dW, cols, spans,
+                    rules, &pair);
         pair_row = iy;
       }
-      rows.fy[rows.count] = fy;
-      rows.out[rows.count++] = out + static_cast<ptrdiff_t>(y) * W + x0;
+      row.fy = (qy >> kFracShift) & 0xFF;
+      row.out = out + static_cast<ptrdiff_t>(y) * W + x0;
+      WriteRow(k, pair, rules, lut, row_fn, row);
     }
-    if (rows.count > 0) WriteRows(k, top, pair, lut, row_fn, rows);
   }
+  if (row.stream) k.weight_stream_fence();
 }
 
 namespace {

@@ -45,33 +45,28 @@ struct ColumnTable {
   alignas(16) int16_t frac7[kWeightGroups][kWeightGroup];  // fx << 7, the mulhrs scale
 };
 
-// Output rows between one pair of disparity rows: each interpolates the same
-// depth rows with its own vertical fraction. Written together, so that each
-// group of columns is loaded once for all of them.
-constexpr int kMaxWeightRows = 16;
-struct WeightRows {
-  int count;
-  int fy[kMaxWeightRows];
-  uint16_t* out[kMaxWeightRows];  // each row at the strip's column 0
+// One output row between a pair of disparity rows: its vertical fraction and
+// its entries at the strip's column 0.
+struct WeightRow {
+  int fy;
+  uint16_t* out;
+  bool stream;  // streaming stores where aligned: the map outgrows the caches
 };
 
-// Columns [from, to) of every row from a horizontally interpolated depth row
+// Columns [from, to) of a row from a horizontally interpolated depth row
 // `top` and the difference `delta` of the row below it (both at the strip's
 // column 0); from is a multiple of 16.
 using WeightRowFn = void (*)(const uint16_t* top, const int16_t* delta, int from, int to,
-                             const WeightRows& rows, const WeightLut& lut);
+                             const WeightRow& row, const WeightLut& lut);
 // Whole groups [from, to) whose depths lie in group_min[g]..group_min[g] + 15
 // (g the column / 16).
 using NarrowRowFn = void (*)(const uint16_t* top, const int16_t* delta, const uint8_t* group_min,
-                             int from, int to, const WeightRows& rows, const WeightLut& lut);
-using FillRowFn = void (*)(uint16_t* out, int n, uint16_t w);
-// Columns [from, to) of one disparity row interpolated across the strip;
-// from is a multiple of 16.
-using LerpColumnsFn = void (*)(const uint8_t* row, const ColumnTable& c, int from, int to,
-                               uint16_t* dst);
-// Whole groups [0, groups) of a pair of depth rows: delta = bottom - top, and
-// each group's lowest and highest depth of either row.
-using PairRangesFn = void (*)(const uint16_t* top, const uint16_t* bottom, int groups,
-                              int16_t* delta, uint8_t* group_min, uint8_t* group_max);
+                             int from, int to, const WeightRow& row, const WeightLut& lut);
+using FillRowFn = void (*)(uint16_t* out, int n, uint16_t w, bool stream);
+// Columns [from, to) of two disparity rows interpolated across the strip:
+// the upper one into `top`, the lower one as its difference from it; from is
+// a multiple of 16.
+using LerpPairFn = void (*)(const uint8_t* row0, const uint8_t* row1, const ColumnTable& c,
+                            int from, int to, uint16_t* top, int16_t* delta);
 
 #endif  // DOFRA_WEIGHT_WEIGHT_ROWS_H

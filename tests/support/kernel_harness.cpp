@@ -246,8 +246,9 @@ std::vector<KernelCase> ChromaBlendCases(int s) {
 }
 
 // ------------------------------------------------------- weight path -------
-// Min / max over W bytes; the weight interpolation of a dW = sw by dH = sh
-// depth map up to W x H, focus, falloff and strength drawn from the seed.
+// Min / max and the depth lookup over W bytes; the weight interpolation of a
+// dW = sw by dH = sh depth map up to W x H, focus, falloff and strength drawn
+// from the seed.
 std::vector<uint8_t> RunMinMax(int, bool fast, const KernelCase& c, uint8_t fill) {
   std::mt19937 rng(c.seed);
   Input src(static_cast<size_t>(c.W), c.pattern, rng);
@@ -256,12 +257,27 @@ std::vector<uint8_t> RunMinMax(int, bool fast, const KernelCase& c, uint8_t fill
   return {mm[0], mm[1]};
 }
 
-std::vector<KernelCase> MinMaxCases() {
+// A random 256-byte table per seed.
+std::vector<uint8_t> RunLookup(int, bool fast, const KernelCase& c, uint8_t fill) {
+  std::mt19937 rng(c.seed);
+  Input src(static_cast<size_t>(c.W), c.pattern, rng);
+  uint8_t table[256];
+  FillRandom(table, sizeof table, rng);
+  Outputs out;
+  uint8_t* dst = out.Add(static_cast<size_t>(c.W), fill, c.offset);
+  if (fast)
+    __getRanged(src.data(), dst, c.W, 0, 0, table);
+  else
+    __getRanged_c(src.data(), dst, c.W, table);
+  return out.Bytes();
+}
+
+std::vector<KernelCase> ByteRowCases() {
   std::vector<KernelCase> cases;
   std::mt19937 rng(300);
   for (int i = 0; i < 120; ++i) {
     const int n = i < 70 ? i : std::uniform_int_distribution<int>(70, 5000)(rng);
-    cases.push_back({n, 0, 0, 0, 0, 0, 0, i % 4, 0, uint32_t(i)});
+    cases.push_back({n, 0, 0, 0, 0, 0, 0, i % 4, i % 8, uint32_t(i)});
   }
   return cases;
 }
@@ -302,14 +318,17 @@ std::vector<uint8_t> RunWeightUp(int, bool fast, const KernelCase& c, uint8_t fi
   return out.Bytes();
 }
 
-// Upscaling by 8 as in preview and other factors, downscaling, maps
-// narrower than one load, more than one strip of columns.
+// Upscaling by 8 as in preview and other factors (the last three with groups
+// 1, 3 and 4 disparity columns apart), downscaling (one past the sliding
+// window's buffers), maps narrower than one load, more than one strip, and
+// maps large enough to be streamed, with rows aligned and not.
 std::vector<KernelCase> WeightUpCases() {
-  const int shapes[][4] = {{1, 1, 1, 1},       {7, 5, 3, 2},       {17, 9, 17, 9},
-                           {33, 21, 40, 30},   {64, 48, 8, 6},     {121, 67, 15, 9},
-                           {240, 135, 30, 17}, {1031, 3, 129, 2},  {2500, 4, 313, 3},
-                           {9, 300, 2, 301},   {1920, 24, 240, 3}, {2049, 5, 2049, 5},
-                           {4111, 3, 600, 2},  {47, 33, 16, 11}};
+  const int shapes[][4] = {
+      {1, 1, 1, 1},      {7, 5, 3, 2},     {17, 9, 17, 9},       {33, 21, 40, 30},
+      {64, 48, 8, 6},    {121, 67, 15, 9}, {240, 135, 30, 17},   {1031, 3, 129, 2},
+      {2500, 4, 313, 3}, {9, 300, 2, 301}, {1920, 24, 240, 3},   {2049, 5, 2049, 5},
+      {4111, 3, 600, 2}, {47, 33, 16, 11}, {300, 4, 2500, 3},    {256, 8, 16, 2},
+      {96, 6, 18, 2},    {128, 8, 32, 2},  {1920, 600, 240, 75}, {1366, 800, 171, 100}};
   std::vector<KernelCase> cases;
   std::mt19937 rng(400);
   uint32_t seed = 0;
@@ -335,7 +354,8 @@ std::vector<KernelFamily> AllKernelFamilies() {
   }
   all.push_back({"smooth Y", 1, RunSmooth, SmoothCases(1)});
   all.push_back({"smooth UV", 2, RunSmooth, SmoothCases(2)});
-  all.push_back({"min/max", 0, RunMinMax, MinMaxCases()});
+  all.push_back({"min/max", 0, RunMinMax, ByteRowCases()});
+  all.push_back({"depth lookup", 0, RunLookup, ByteRowCases()});
   all.push_back({"weight interpolation", 1, RunWeightUp, WeightUpCases()});
   return all;
 }
