@@ -45,28 +45,44 @@ inline void BlendStore16Wide(const RowCtx& q, int c, __m256i b) {
                    _mm_packus_epi16(_mm256_castsi256_si128(o), _mm256_extracti128_si256(o, 1)));
 }
 
-// x2: 32 columns share 16 block means, each used twice, and the rows share
-// them all; then one step of 16.
+// x2: 32 columns share 16 block means, each used twice; then one step of 16.
+// The rows share the means: the first row of a strip of columns forms them
+// and keeps them, the others reload them, each row walking the strip in turn
+// (two rows interleaved per step run slower on wide frames).
+constexpr int kX2Strip = 4096;  // columns, a multiple of 32
+struct X2Means {
+  __m256i lo[kX2Strip / 32];
+  __m256i hi[kX2Strip / 32];
+};
+
 int X2Bulk_AVX2(const RowCtx* rows, int count, int W) {
   const RowCtx& q = rows[0];
   const __m256i two16 = _mm256_set1_epi16(2);
-  int c = 0;
   // Samples k..k+16 of both rows; k + 16 <= W / 2 - 1 while c + 32 <= W - 2.
-  for (; c + 2 * kX2Group <= W - 2; c += 2 * kX2Group) {
-    const int k = c >> 1;
-    const __m256i a = _mm256_add_epi16(_mm256_cvtepu8_epi16(Load16(q.s0 + k)),
-                                       _mm256_cvtepu8_epi16(Load16(q.s0 + k + 1)));
-    const __m256i b = _mm256_add_epi16(_mm256_cvtepu8_epi16(Load16(q.s1 + k)),
-                                       _mm256_cvtepu8_epi16(Load16(q.s1 + k + 1)));
-    const __m256i mean = _mm256_srli_epi16(_mm256_add_epi16(_mm256_add_epi16(a, b), two16), 2);
-    // Means 0..3, 8..11 | 4..7, 12..15: the in-lane unpacks then give
-    // columns c..c+15 and c+16..c+31.
-    const __m256i m = _mm256_permute4x64_epi64(mean, kQuartersInOrder);
-    const __m256i lo = _mm256_unpacklo_epi16(m, m), hi = _mm256_unpackhi_epi16(m, m);
-    for (int i = 0; i < count; ++i) BlendStore32(rows[i], c, lo, hi);
+  const int end = W - 2 >= 2 * kX2Group ? (W - 2 - 2 * kX2Group) / 32 * 32 + 32 : 0;
+  X2Means means;
+  for (int c0 = 0; c0 < end; c0 += kX2Strip) {
+    const int c1 = c0 + kX2Strip < end ? c0 + kX2Strip : end;
+    for (int c = c0, g = 0; c < c1; c += 2 * kX2Group, ++g) {
+      const int k = c >> 1;
+      const __m256i a = _mm256_add_epi16(_mm256_cvtepu8_epi16(Load16(q.s0 + k)),
+                                         _mm256_cvtepu8_epi16(Load16(q.s0 + k + 1)));
+      const __m256i b = _mm256_add_epi16(_mm256_cvtepu8_epi16(Load16(q.s1 + k)),
+                                         _mm256_cvtepu8_epi16(Load16(q.s1 + k + 1)));
+      const __m256i mean = _mm256_srli_epi16(_mm256_add_epi16(_mm256_add_epi16(a, b), two16), 2);
+      // Means 0..3, 8..11 | 4..7, 12..15: the in-lane unpacks then give
+      // columns c..c+15 and c+16..c+31.
+      const __m256i m = _mm256_permute4x64_epi64(mean, kQuartersInOrder);
+      means.lo[g] = _mm256_unpacklo_epi16(m, m);
+      means.hi[g] = _mm256_unpackhi_epi16(m, m);
+      BlendStore32(q, c, means.lo[g], means.hi[g]);
+    }
+    for (int i = 1; i < count; ++i)
+      for (int c = c0, g = 0; c < c1; c += 2 * kX2Group, ++g)
+        BlendStore32(rows[i], c, means.lo[g], means.hi[g]);
   }
-  int n = c;
-  for (int i = 0; i < count; ++i) n = X2Groups16(rows[i], c, W);
+  int n = end;
+  for (int i = 0; i < count; ++i) n = X2Groups16(rows[i], end, W);
   return n;
 }
 
