@@ -16,6 +16,7 @@ namespace {
 constexpr int kWorkerPriority = -8;
 constexpr int kCpuSetBits = 1024;  // 128-byte affinity mask
 constexpr int kMaxWorkers = 4;     // thread_args slots inside the pool record
+constexpr int kNoCpu = -1;         // skip no worker when waking
 // How long a waiting caller polls the count before it sleeps. The last band
 // usually ends well within it, and a caller that slept is woken tens of
 // microseconds late when that band ends on another CPU (measured on a
@@ -65,6 +66,28 @@ bool AllDone(CThread_pool* pool, int32_t expected) {
   const bool done = pool->done_count == expected;
   pthread_mutex_unlock(&pool->pro_lock);
   return done;
+}
+
+// Marks up to `limit` sleeping workers as woken, skipping the one pinned to
+// `skip_cpu`, and returns how many it put in `out`; queue_lock held. They are
+// signalled after the unlock.
+int TakeSleepers(CThread_pool* pool, int limit, int skip_cpu, ThreadArg** out) {
+  int n = 0;
+  for (int i = 0; i < pool->thread_num && n < limit; ++i) {
+    ThreadArg* worker = &pool->thread_args[i];
+    if (worker->idle == 0 || worker->index == skip_cpu) continue;
+    worker->idle = 0;
+    out[n++] = worker;
+  }
+  return n;
+}
+
+void WakeSleepers(CThread_pool* pool, int limit, int skip_cpu) {
+  ThreadArg* woken[kMaxWorkers];
+  pthread_mutex_lock(&pool->queue_lock);
+  const int n = TakeSleepers(pool, limit, skip_cpu, woken);
+  pthread_mutex_unlock(&pool->queue_lock);
+  for (int i = 0; i < n; ++i) pthread_cond_signal(&woken[i]->wake);
 }
 
 void RunTask(PoolTask* task) {
@@ -129,9 +152,14 @@ int pool_init(CThread_pool** out, int32_t thread_num) {
 
   int failures = 0;
   for (int i = 0; i < thread_num; ++i) {
-    pool->thread_args[i].index = i;
-    pool->thread_args[i].pool = pool;
-    err = pthread_create(&pool->threadid[i], nullptr, thread_routine, &pool->thread_args[i]);
+    ThreadArg* slot = &pool->thread_args[i];
+    slot->index = i;
+    slot->pool = pool;
+    err = pthread_cond_init(&slot->wake, nullptr);
+    if (err == 0) {
+      err = pthread_create(&pool->threadid[i], nullptr, thread_routine, slot);
+      if (err != 0) pthread_cond_destroy(&slot->wake);
+    }
     if (err != 0) {
       DOFRA_LOG(160, "pool_init", "can't create thread: %s\n", strerror(err));
       pool->thread_creatflag[i] = 0;
@@ -172,14 +200,15 @@ int pool_queue_task(CThread_pool* pool, PoolProcess process, void* arg) {
 int pool_add_worker(void* pool_arg, PoolProcess process, void* arg) {
   CThread_pool* pool = static_cast<CThread_pool*>(pool_arg);
   pool_queue_task(pool, process, arg);
-  pthread_cond_signal(&pool->queue_ready);
+  WakeSleepers(pool, 1, kNoCpu);
   return 0;
 }
 
 void pool_run_queued(CThread_pool* pool, bool wake_workers) {
-  // One wake-up for the whole batch: waking a sleeping worker is a system
-  // call, and the caller works meanwhile instead of sleeping.
-  if (wake_workers) pthread_cond_broadcast(&pool->queue_ready);
+  // One wake-up per worker for the whole batch. The worker pinned to the
+  // caller's CPU stays asleep: woken, it would preempt the caller (it runs at
+  // a higher priority) and the frame would lose the switches.
+  if (wake_workers) WakeSleepers(pool, kMaxWorkers, sched_getcpu());
   for (;;) {
     pthread_mutex_lock(&pool->queue_lock);
     // A stopping pool leaves its queue to pool_destroy, as the workers do.
@@ -206,7 +235,9 @@ void* thread_routine(void* thread_arg) {
         pthread_mutex_unlock(&pool->queue_lock);
         pthread_exit(nullptr);
       }
-      pthread_cond_wait(&pool->queue_ready, &pool->queue_lock);
+      self->idle = 1;
+      pthread_cond_wait(&self->wake, &pool->queue_lock);
+      self->idle = 0;
     }
     // Shutdown abandons queued tasks; pool_destroy releases them.
     if (pool->shutdown) {
@@ -225,7 +256,9 @@ int pool_destroy(CThread_pool* pool) {
   pthread_mutex_lock(&pool->queue_lock);
   pool->shutdown = 1;
   pthread_mutex_unlock(&pool->queue_lock);
-  pthread_cond_broadcast(&pool->queue_ready);
+  for (int i = 0; i < pool->thread_num; ++i) {
+    if (pool->thread_creatflag[i] == 1) pthread_cond_broadcast(&pool->thread_args[i].wake);
+  }
 
   int result = 0;
   for (int i = 0; i < pool->thread_num; ++i) {
@@ -236,6 +269,9 @@ int pool_destroy(CThread_pool* pool) {
                 i, static_cast<int>(pool->threadid[i]));
       result = -1;
     }
+  }
+  for (int i = 0; i < pool->thread_num; ++i) {
+    if (pool->thread_creatflag[i] == 1) pthread_cond_destroy(&pool->thread_args[i].wake);
   }
   free(pool->threadid);
   free(pool->thread_creatflag);
