@@ -102,11 +102,14 @@ Run EdgeRun(const Run& run, int p, int x, int last, EdgeRows& e) {
       e.s1[kPair * j + c] = run.s1[from + c];
     }
   }
-  Run edge = run;
+  // Only the run's own rows are filled: this runs once per run.
+  Run edge;
   edge.s0 = e.s0;
   edge.s1 = e.s1;
+  edge.n = run.n;
   for (int i = 0; i < run.n; ++i) {
     const RowPtrs& r = run.row[i];
+    edge.fy[i] = run.fy[i];
     edge.row[i] = {r.src + kPair * p, r.wt + kPair * p, r.out + kPair * p};
   }
   return edge;
