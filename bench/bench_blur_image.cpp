@@ -51,7 +51,7 @@ struct SingleBand {
         H(h),
         sw(w / scale),
         sh(h / scale),
-        i(scale - kMinScaleFactor),
+        i(FactorSlot(scale)),
         kernel(kKernel, 1024 / kKernel),
         tmp(size_t(h) * sw * 3 / 2),
         small(size_t(sw) * sh * 3 / 2),

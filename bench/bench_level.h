@@ -6,7 +6,7 @@
 
 #include <benchmark/benchmark.h>
 
-#include "blur/dispatch.h"
+#include "kernels/simd_level.h"
 
 class ScopedSimdLevel {
  public:

@@ -195,7 +195,7 @@ void RunBand(BandTask* t, ShrinkFn shrink, SmoothFn smooth, BlendFn blend) {
 
 void* Smooth_Y_thread(void* band_task) {
   BandTask* t = static_cast<BandTask*>(band_task);
-  const int i = t->scale_factor - kMinScaleFactor;
+  const int i = FactorSlot(t->scale_factor);
   const BlurKernelTable& k = ActiveBlurKernels();
   RunBand(t, k.shrink_y[i], k.smooth_y, k.blend_y[i]);
   return nullptr;
@@ -203,7 +203,7 @@ void* Smooth_Y_thread(void* band_task) {
 
 void* Smooth_UV_thread(void* band_task) {
   BandTask* t = static_cast<BandTask*>(band_task);
-  const int i = t->scale_factor - kMinScaleFactor;
+  const int i = FactorSlot(t->scale_factor);
   const BlurKernelTable& k = ActiveBlurKernels();
   RunBand(t, k.shrink_uv[i], k.smooth_uv, k.blend_uv[i]);
   return nullptr;

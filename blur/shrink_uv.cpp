@@ -11,8 +11,8 @@
 #include <cstdint>
 
 #include "blur/kernels.h"
-#include "blur/row_kernels.h"
-#include "blur/shrink_taps.h"
+#include "kernels/row_kernels.h"
+#include "kernels/fixed_point.h"
 
 namespace {
 
@@ -72,11 +72,11 @@ void ShrinkPairs(const RowKernels& k, const uint8_t* src, uint8_t* small, uint8_
   const int pairs = w / kBytesPerPair;
   const int r_last = ry * y1 + kFactor - 1;
   for (int r = ry * y0; r <= r_last; ++r) {
-    k.chroma_shrink_horizontal[kFactor / 2 - 1](src + r * W, tmp + r * w, 0, pairs,
+    k.chroma_shrink_horizontal[FactorSlot(kFactor)](src + r * W, tmp + r * w, 0, pairs,
                                                 kBytesPerPair * cx);
   }
   for (int y = y0; y <= y1; ++y) {
-    k.chroma_shrink_vertical[kFactor / 2 - 1](tmp + ry * y * w, small + y * w, 0,
+    k.chroma_shrink_vertical[FactorSlot(kFactor)](tmp + ry * y * w, small + y * w, 0,
                                               kBytesPerPair * pairs, w);
   }
 }

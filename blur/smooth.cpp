@@ -15,7 +15,7 @@
 #include <cstring>
 
 #include "blur/kernels.h"
-#include "blur/row_kernels.h"
+#include "kernels/row_kernels.h"
 
 namespace {
 

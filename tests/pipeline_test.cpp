@@ -62,7 +62,7 @@ TEST(FrameSizes, KnownSizesAndTheirReasons) {
 void BlurOneBandPerPlane(int s, const uint8_t* src, int W, int H, const uint16_t* weights,
                          uint8_t* dst) {
   const BlurKernelTable& k = kBlurKernelsC;
-  const int i = s - kMinScaleFactor, r = kRadius;
+  const int i = FactorSlot(s), r = kRadius;
   const std::vector<uint16_t> kernel(kKernel, 1024 / kKernel);
   for (int plane = 0; plane < 2; ++plane) {
     const int ph = plane ? H / 2 : H, sw = W / s, sh = plane ? H / s / 2 : H / s;

@@ -1,7 +1,7 @@
 // The row-kernel tables: every level the CPU has fills every entry, each
 // vector level replaces entries of the level below it, and forcing a level
 // switches the table the _neon members run.
-#include "blur/row_kernels.h"
+#include "kernels/row_kernels.h"
 
 #include <gtest/gtest.h>
 

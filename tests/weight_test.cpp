@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "blur/dispatch.h"
+#include "kernels/simd_level.h"
 #include "blur/kernels.h"
 #include "support/log_capture.h"
 #include "support/test_image.h"

@@ -4,7 +4,7 @@
 #include <cstring>
 
 #include "api/clock.h"
-#include "blur/row_kernels.h"
+#include "kernels/row_kernels.h"
 #include "weight/weight_internal.h"
 
 namespace {

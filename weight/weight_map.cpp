@@ -9,7 +9,7 @@
 #include "api/log.h"
 #include "blur/dispatch.h"
 #include "blur/kernels.h"
-#include "blur/row_kernels.h"
+#include "kernels/row_kernels.h"
 #include "weight/weight_context.h"
 #include "weight/weight_internal.h"
 #include "weight/weight_pairs.h"

@@ -7,7 +7,7 @@
 
 #include <cstdint>
 
-#include "weight/weight_rows.h"
+#include "kernels/weight_rows.h"
 
 // Group kinds, one byte each: the per-pixel path through the distance
 // tables, a 16-depth window, or constant stretch i of the weight as

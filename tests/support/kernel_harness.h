@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "blur/dispatch.h"
+#include "kernels/simd_level.h"
 
 // One call: plane sizes, the band and how the inputs look. Smoothing reads
 // its Q10 weight from sw and its radius from r; compositing reads r as the

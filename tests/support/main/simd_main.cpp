@@ -5,7 +5,7 @@
 
 #include <cstring>
 
-#include "blur/dispatch.h"
+#include "kernels/simd_level.h"
 
 int main(int argc, char** argv) {
   ::testing::InitGoogleTest(&argc, argv);

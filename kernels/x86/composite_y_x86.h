@@ -1,14 +1,14 @@
 // 128-bit helpers and drivers of luma compositing, shared by its SSE4.1 and
 // AVX2 units. Include only from those units: everything here has internal
 // linkage, so each unit keeps its own copy built with its own flags.
-#ifndef DOFRA_BLUR_X86_COMPOSITE_Y_X86_H
-#define DOFRA_BLUR_X86_COMPOSITE_Y_X86_H
+#ifndef DOFRA_KERNELS_X86_COMPOSITE_Y_X86_H
+#define DOFRA_KERNELS_X86_COMPOSITE_Y_X86_H
 
 #include <smmintrin.h>
 
 #include <cstring>
 
-#include "blur/row_kernels.h"
+#include "kernels/row_kernels.h"
 
 namespace {
 
@@ -249,4 +249,4 @@ inline void X6Bulk(const RowCtx* rows, int count, int n) {
 
 }  // namespace
 
-#endif  // DOFRA_BLUR_X86_COMPOSITE_Y_X86_H
+#endif  // DOFRA_KERNELS_X86_COMPOSITE_Y_X86_H

@@ -3,8 +3,8 @@
 //
 // The plane drivers and the scalar formulas live in blur/*.cpp and
 // weight/*.cpp, one unit per family. Each instruction set has its own files,
-// compiled with its own flags only (blur/x86/*_sse41.cpp, *_avx2.cpp,
-// blur/arm/*_neon.cpp), that override the entries they vectorise. A table
+// compiled with its own flags only (kernels/x86/*_sse41.cpp, *_avx2.cpp,
+// kernels/arm/*_neon.cpp), that override the entries they vectorise. A table
 // per level is filled once per process: the scalar entries first, then each
 // level up to the requested one (row_kernels.cpp lists which files fill
 // which level).
@@ -12,17 +12,28 @@
 // Only plain records and declarations here: an inline function or template
 // defined in a shared header and instantiated in an AVX2 file could become
 // the copy that an SSE4.1-only CPU runs.
-#ifndef DOFRA_BLUR_ROW_KERNELS_H
-#define DOFRA_BLUR_ROW_KERNELS_H
+#ifndef DOFRA_KERNELS_ROW_KERNELS_H
+#define DOFRA_KERNELS_ROW_KERNELS_H
 
 #include <cstdint>
 
-#include "blur/dispatch.h"
-#include "weight/weight_rows.h"
+#include "kernels/simd_level.h"
+#include "kernels/weight_rows.h"
 
 // Longest run of output rows that share their two small rows, handed to a
 // compositing bulk helper at once (it lives on the stack).
 constexpr int kMaxCompositeRun = 16;
+
+// What a plane driver and its bulk helpers agree on: the columns (luma) or
+// pairs (chroma) a bulk covers come in whole groups, and the edges the
+// driver keeps for its formulas.
+constexpr int kX2Group = 16;     // luma x2 bulk columns per group
+constexpr int kBulkGroup = 8;    // luma x4 / x8 bulk columns per group
+constexpr int kX6Group = 24;     // luma x6 bulk columns per group, chroma x6 bytes
+constexpr int kX6Edge = 5;       // x6: last columns (pairs) and bottom rows outside the bulk
+constexpr int kX6GroupPairs = 12;  // chroma x6 bulk pairs per group
+// Chroma x4 / x8 bulk bytes per group.
+constexpr int ChromaGroupBytes(int factor) { return factor == 4 ? 8 : 16; }
 
 // The x6 compositing phase cycle, both planes: right weights are the
 // fractions of c * 10922, left weights 256 - right. The cycle never drifts.
@@ -59,6 +70,7 @@ struct ChromaRun {
 
 // Shrink factors 2, 4, 6, 8 index their entries as factor / 2 - 1.
 constexpr int kShrinkFactors = 4;
+constexpr int FactorSlot(int factor) { return factor / 2 - 1; }
 // Smoothing entries by the distance between same-channel samples: luma 1,
 // interleaved chroma 2, indexed as lead - 1.
 constexpr int kSmoothLeads = 2;
@@ -109,7 +121,7 @@ struct RowKernels {
   void (*slide_box_row[kSmoothLeads])(const uint16_t* sums, uint8_t* dst, int begin, int n, int r,
                                       uint32_t w);
 
-  // Weight map: see weight/weight_rows.h.
+  // Weight map: see kernels/weight_rows.h.
   WeightRowFn weight_row;         // per pixel through the depth table
   WeightRowFn weight_row_short;   // valid when lut.short_table
   NarrowRowFn weight_narrow_row;  // whole groups within a 16-depth window
@@ -159,4 +171,4 @@ void FillShrinkUV_NEON(RowKernels* k);
 void FillSmooth_NEON(RowKernels* k);
 void FillWeight_NEON(RowKernels* k);
 
-#endif  // DOFRA_BLUR_ROW_KERNELS_H
+#endif  // DOFRA_KERNELS_ROW_KERNELS_H

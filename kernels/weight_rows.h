@@ -1,8 +1,8 @@
 // Records shared by the weight-map interpolation's driver (weight_map.cpp)
 // and its row helpers (scalar there, vectorised per instruction set).
 // Plain data only: the same layout in every unit, whatever its flags.
-#ifndef DOFRA_WEIGHT_WEIGHT_ROWS_H
-#define DOFRA_WEIGHT_WEIGHT_ROWS_H
+#ifndef DOFRA_KERNELS_WEIGHT_ROWS_H
+#define DOFRA_KERNELS_WEIGHT_ROWS_H
 
 #include <cstdint>
 
@@ -69,4 +69,4 @@ using FillRowFn = void (*)(uint16_t* out, int n, uint16_t w, bool stream);
 using LerpPairFn = void (*)(const uint8_t* row0, const uint8_t* row1, const ColumnTable& c,
                             int from, int to, uint16_t* top, int16_t* delta);
 
-#endif  // DOFRA_WEIGHT_WEIGHT_ROWS_H
+#endif  // DOFRA_KERNELS_WEIGHT_ROWS_H

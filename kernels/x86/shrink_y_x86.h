@@ -1,14 +1,14 @@
 // 128-bit helpers of the luma shrink, shared by its SSE4.1 and AVX2 units.
 // Include only from those units: everything here has internal linkage, so
 // each unit keeps its own copy built with its own flags.
-#ifndef DOFRA_BLUR_X86_SHRINK_Y_X86_H
-#define DOFRA_BLUR_X86_SHRINK_Y_X86_H
+#ifndef DOFRA_KERNELS_X86_SHRINK_Y_X86_H
+#define DOFRA_KERNELS_X86_SHRINK_Y_X86_H
 
 #include <smmintrin.h>
 
 #include <cstdint>
 
-#include "blur/row_kernels.h"
+#include "kernels/row_kernels.h"
 
 namespace {
 
@@ -138,4 +138,4 @@ inline int VerticalSteps16(const uint8_t* rows, uint8_t* out, int x, int w) {
 
 }  // namespace
 
-#endif  // DOFRA_BLUR_X86_SHRINK_Y_X86_H
+#endif  // DOFRA_KERNELS_X86_SHRINK_Y_X86_H

@@ -5,8 +5,8 @@
 
 #include <cstdint>
 
-#include "blur/row_kernels.h"
-#include "blur/shrink_taps.h"
+#include "kernels/row_kernels.h"
+#include "kernels/fixed_point.h"
 
 namespace {
 

@@ -4,7 +4,7 @@
 
 #include <cstring>
 
-#include "blur/row_kernels.h"
+#include "kernels/row_kernels.h"
 
 namespace {
 

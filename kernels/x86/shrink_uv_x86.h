@@ -1,14 +1,14 @@
 // 128-bit helpers of the chroma shrink, shared by its SSE4.1 and AVX2 units.
 // Include only from those units: everything here has internal linkage, so
 // each unit keeps its own copy built with its own flags.
-#ifndef DOFRA_BLUR_X86_SHRINK_UV_X86_H
-#define DOFRA_BLUR_X86_SHRINK_UV_X86_H
+#ifndef DOFRA_KERNELS_X86_SHRINK_UV_X86_H
+#define DOFRA_KERNELS_X86_SHRINK_UV_X86_H
 
 #include <smmintrin.h>
 
 #include <cstdint>
 
-#include "blur/shrink_taps.h"
+#include "kernels/fixed_point.h"
 
 namespace {
 
@@ -144,4 +144,4 @@ inline int PairVerticalSteps16(const uint8_t* top, uint8_t* dst, int x, int x_en
 
 }  // namespace
 
-#endif  // DOFRA_BLUR_X86_SHRINK_UV_X86_H
+#endif  // DOFRA_KERNELS_X86_SHRINK_UV_X86_H

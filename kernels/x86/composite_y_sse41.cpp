@@ -2,8 +2,8 @@
 // formulas are in blur/composite_y.cpp).
 #include <smmintrin.h>
 
-#include "blur/row_kernels.h"
-#include "blur/x86/composite_y_x86.h"
+#include "kernels/row_kernels.h"
+#include "kernels/x86/composite_y_x86.h"
 
 namespace {
 

@@ -8,8 +8,8 @@
 // SSE4.1-only CPU runs.
 #include <immintrin.h>
 
-#include "blur/row_kernels.h"
-#include "blur/x86/composite_uv_x86.h"
+#include "kernels/row_kernels.h"
+#include "kernels/x86/composite_uv_x86.h"
 
 namespace {
 

@@ -10,7 +10,7 @@
 
 #include <cstdint>
 
-#include "blur/row_kernels.h"
+#include "kernels/row_kernels.h"
 
 namespace {
 

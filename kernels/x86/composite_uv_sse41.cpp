@@ -2,8 +2,8 @@
 // scalar formulas are in blur/composite_uv.cpp).
 #include <smmintrin.h>
 
-#include "blur/row_kernels.h"
-#include "blur/x86/composite_uv_x86.h"
+#include "kernels/row_kernels.h"
+#include "kernels/x86/composite_uv_x86.h"
 
 namespace {
 

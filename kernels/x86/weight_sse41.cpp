@@ -5,7 +5,7 @@
 
 #include <cstdint>
 
-#include "blur/row_kernels.h"
+#include "kernels/row_kernels.h"
 
 namespace {
 

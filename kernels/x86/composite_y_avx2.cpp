@@ -9,8 +9,8 @@
 
 #include <cstring>
 
-#include "blur/row_kernels.h"
-#include "blur/x86/composite_y_x86.h"
+#include "kernels/row_kernels.h"
+#include "kernels/x86/composite_y_x86.h"
 
 namespace {
 

@@ -5,8 +5,8 @@
 
 #include <cstdint>
 
-#include "blur/row_kernels.h"
-#include "blur/x86/shrink_uv_x86.h"
+#include "kernels/row_kernels.h"
+#include "kernels/x86/shrink_uv_x86.h"
 
 namespace {
 
