@@ -55,4 +55,12 @@ void __updateMinMax(const uint8_t* src, uint16_t* histogram, int n, int ratio, i
 DOFRA_WEIGHT_UP(__WeightInterpolateUp);
 DOFRA_WEIGHT_UP(__WeightInterpolateUp_c);
 
+// The weight path's members: the vectorised ones, or their formulas when the
+// scalar level is forced. The disparity smoothing is the blur's (its table).
+struct WeightKernelTable {
+  void (*min_max)(const uint8_t* src, int n, uint8_t* min_out, uint8_t* max_out);
+  DOFRA_WEIGHT_UP((*interpolate_up));
+};
+const WeightKernelTable& ActiveWeightKernels();
+
 #endif  // DOFRA_WEIGHT_WEIGHT_INTERNAL_H

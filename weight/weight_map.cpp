@@ -9,6 +9,7 @@
 #include "api/log.h"
 #include "blur/dispatch.h"
 #include "blur/kernels.h"
+#include "kernels/fixed_point.h"
 #include "kernels/row_kernels.h"
 #include "weight/weight_context.h"
 #include "weight/weight_internal.h"
@@ -33,11 +34,6 @@ constexpr int kLineBadCalibDen = 328;
 constexpr int kLineBadCalibration = 330;
 constexpr int kLineBadSteps = 332;
 
-constexpr int kFixShift = 16;  // 16.16 positions in the disparity grid
-constexpr int kFixOne = 1 << kFixShift;
-constexpr int kFracShift = 8;  // 8-bit interpolation fractions
-constexpr int kFracOne = 256;
-constexpr int kFracRound = 128;
 constexpr int kMaxStepExtent = 32767;       // d * 65536 must fit in int32
 constexpr int32_t kNearFocusLimit = 25855;  // T <= 25855 <=> f <= 100
 constexpr int kFarBandLow = 100;
@@ -47,10 +43,8 @@ constexpr float kWeightFullF = 1024.0f;
 constexpr int kStrengthShift = 7;  // strength is in 1/128
 constexpr int kStrengthRound = 64;
 
-// Rounded 8-bit-fraction interpolation; a * (256 - f) + b * f + 128 <= 65408.
-inline int Lerp8(int a, int b, int f) {
-  return (a * (kFracOne - f) + b * f + kFracRound) >> kFracShift;
-}
+// Rounded 8-bit-fraction interpolation from a towards b.
+inline int Lerp8(int a, int b, int f) { return Lerp8(a, b, kFracOne - f, f); }
 
 struct Band {
   int low;
@@ -60,14 +54,14 @@ struct Band {
 // Depth at the point of focus and the in-focus band around it.
 Band FocusBand(int focus_x, int focus_y, int sx, int sy, int dW, int dH, const uint8_t* d) {
   const int px = focus_x * sx, py = focus_y * sy;
-  const int ix = px >> kFixShift, fx = (px >> kFracShift) & 0xFF;
-  const int iy = py >> kFixShift, fy = (py >> kFracShift) & 0xFF;
+  const int ix = PosInt(px), fx = PosFrac(px);
+  const int iy = PosInt(py), fy = PosFrac(py);
   const int ix1 = std::min(ix + 1, dW - 1), iy1 = std::min(iy + 1, dH - 1);
   const int top = Lerp8(d[iy * dW + ix], d[iy * dW + ix1], fx);
   const int bottom = Lerp8(d[iy1 * dW + ix], d[iy1 * dW + ix1], fx);
-  const int32_t t = top * (kFracOne - fy) + bottom * fy + kFracRound;
+  const int32_t t = top * (kFracOne - fy) + bottom * fy + kRound8;
   if (t > kNearFocusLimit) return {kFarBandLow, kFarBandHigh};
-  const double f = static_cast<double>(t >> kFracShift);
+  const double f = static_cast<double>(t >> kFracBits);
   // Written in exactly this form: 80 % to 125 % of the focus depth.
   return {static_cast<int>(std::max(f + (-0.2 * f), 0.0)),
           static_cast<int>(std::min(f + 0.25 * f, 255.0))};
@@ -160,9 +154,9 @@ void BuildColumns(int x0, int n, int sx, int dW, ColumnTable* c) {
   c->n = n;
   int qx = x0 * sx;
   for (int j = 0; j < n; ++j, qx += sx) {
-    c->ix[j] = qx >> kFixShift;
+    c->ix[j] = PosInt(qx);
     c->ix1[j] = std::min(c->ix[j] + 1, dW - 1);
-    c->fx[j] = static_cast<uint8_t>((qx >> kFracShift) & 0xFF);
+    c->fx[j] = static_cast<uint8_t>(PosFrac(qx));
   }
   BuildGroupShuffles(dW, c);
 }
@@ -205,20 +199,20 @@ void FillWeight_C(RowKernels* k) {
 }
 
 DOFRA_WEIGHT_UP(__WeightInterpolateUp_c) {
-  const int sx = (dW * kFixOne) / W;
-  const int sy = (dH * kFixOne) / H;
+  const int sx = (dW * kPosOne) / W;
+  const int sy = (dH * kPosOne) / H;
   const Band band = FocusBand(focus_x, focus_y, sx, sy, dW, dH, smooth);
   if (first_row > last_row || W < 1) return;
   const WeightRamp ramp = {band.low, band.high, kWeightFullF / static_cast<float>(falloff),
                            strength};
   int qy = first_row * sy;
   for (int y = first_row; y <= last_row; ++y, qy += sy) {
-    const int iy = qy >> kFixShift, fy = (qy >> kFracShift) & 0xFF;
+    const int iy = PosInt(qy), fy = PosFrac(qy);
     const uint8_t* r0 = smooth + iy * dW;
     const uint8_t* r1 = smooth + std::min(iy + 1, dH - 1) * dW;
     int qx = 0;
     for (int x = 0; x < W; ++x, qx += sx) {
-      const int ix = qx >> kFixShift, fx = (qx >> kFracShift) & 0xFF;
+      const int ix = PosInt(qx), fx = PosFrac(qx);
       const int ix1 = std::min(ix + 1, dW - 1);
       const int v = Lerp8(Lerp8(r0[ix], r0[ix1], fx), Lerp8(r1[ix], r1[ix1], fx), fy);
       out[y * W + x] = WeightOf(v, ramp);
@@ -231,8 +225,8 @@ DOFRA_WEIGHT_UP(__WeightInterpolateUp_c) {
 // bounds from the samples, runs by kind, and the depth rows of the runs that
 // need them. Per output row only fills, or the vertical blend and a lookup.
 DOFRA_WEIGHT_UP(__WeightInterpolateUp) {
-  const int sx = (dW * kFixOne) / W;
-  const int sy = (dH * kFixOne) / H;
+  const int sx = (dW * kPosOne) / W;
+  const int sy = (dH * kPosOne) / H;
   const Band band = FocusBand(focus_x, focus_y, sx, sy, dW, dH, smooth);
   if (first_row > last_row || W < 1) return;
   const WeightRamp ramp = {band.low, band.high, kWeightFullF / static_cast<float>(falloff),
@@ -255,19 +249,30 @@ DOFRA_WEIGHT_UP(__WeightInterpolateUp) {
     int pair_row = -1;
     int qy = first_row * sy;
     for (int y = first_row; y <= last_row; ++y, qy += sy) {
-      const int iy = qy >> kFixShift;
+      const int iy = PosInt(qy);
       if (iy != pair_row) {
         PreparePair(k.weight_lerp_pair, smooth + static_cast<ptrdiff_t>(iy) * dW,
                     smooth + static_cast<ptrdiff_t>(std::min(iy + 1, dH - 1)) * dW, cols, spans,
                     rules, &pair);
         pair_row = iy;
       }
-      row.fy = (qy >> kFracShift) & 0xFF;
+      row.fy = PosFrac(qy);
       row.out = out + static_cast<ptrdiff_t>(y) * W + x0;
       WriteRow(k, pair, rules, lut, row_fn, row);
     }
   }
   if (row.stream) k.weight_stream_fence();
+}
+
+namespace {
+
+const WeightKernelTable kWeightKernels = {__getMinMax_neon, __WeightInterpolateUp};
+const WeightKernelTable kWeightKernelsC = {__getMinMax_c, __WeightInterpolateUp_c};
+
+}  // namespace
+
+const WeightKernelTable& ActiveWeightKernels() {
+  return ActiveSimdLevel() == SimdLevel::kScalar ? kWeightKernelsC : kWeightKernels;
 }
 
 namespace {
@@ -359,7 +364,7 @@ extern "C" DOFRA_EXPORT int weight_async_process(WeightParams* request, DofraHan
   ctx->disparity = reinterpret_cast<uint8_t*>(request->depth) + DOFRA_DEPTH_HEADER_SIZE;
 
   const BlurKernelTable& kernels = ActiveBlurKernels();
-  const bool scalar = ActiveSimdLevel() == SimdLevel::kScalar;
+  const WeightKernelTable& members = ActiveWeightKernels();
   uint8_t table[kDepthTableSize];
   InitDisparityToDepth(request->depth, table);
   __getRanged(ctx->disparity, ctx->RangedDisparity, n, 0, 0, table);
@@ -369,14 +374,14 @@ extern "C" DOFRA_EXPORT int weight_async_process(WeightParams* request, DofraHan
 
   // The range is computed but not used; the histogram stays in the context.
   uint8_t range_min = 0, range_max = 0;
-  (scalar ? __getMinMax_c : __getMinMax_neon)(ctx->SmoothDisparity, n, &range_min, &range_max);
+  members.min_max(ctx->SmoothDisparity, n, &range_min, &range_max);
   __updateMinMax(ctx->SmoothDisparity, ctx->histogram, n, ctx->hist_ratio, ctx->min_range,
                  &range_min, &range_max);
 
   ctx->falloff = kWeightFalloff;
   ctx->strength = kStrengthTable[ctx->strength_index];
-  (scalar ? __WeightInterpolateUp_c : __WeightInterpolateUp)(
-      ctx->width, ctx->height, ctx->focus_x, ctx->focus_y, 0, ctx->height - 1, out, dW, dH,
-      ctx->falloff, static_cast<uint8_t>(ctx->strength), ctx->SmoothDisparity);
+  members.interpolate_up(ctx->width, ctx->height, ctx->focus_x, ctx->focus_y, 0, ctx->height - 1,
+                         out, dW, dH, ctx->falloff, static_cast<uint8_t>(ctx->strength),
+                         ctx->SmoothDisparity);
   return 0;
 }

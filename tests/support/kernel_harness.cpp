@@ -362,7 +362,8 @@ std::vector<KernelFamily> AllKernelFamilies() {
 
 std::vector<SimdLevel> VectorLevels(std::string* skipped) {
   std::vector<SimdLevel> levels;
-  for (SimdLevel l : {SimdLevel::kSse41, SimdLevel::kAvx2, SimdLevel::kNeon}) {
+  for (SimdLevel l : kSimdLevels) {
+    if (l == SimdLevel::kScalar) continue;
     if (SimdLevelAvailable(l))
       levels.push_back(l);
     else
