@@ -1,21 +1,14 @@
-// NEON bulk helpers of luma compositing (the plane drivers and the scalar
-// formulas are in blur/composite_y.cpp).
+// NEON steps of luma compositing under the run loops of
+// kernels/composite_y_loops.h (the plane drivers and the scalar formulas are
+// in blur/composite_y.cpp).
 #include <arm_neon.h>
 
 #include <cstring>
 
-#include "kernels/row_kernels.h"
+#include "kernels/composite_y_loops.h"
+#include "kernels/fixed_point.h"
 
 namespace {
-
-using RowCtx = LumaRow;
-
-constexpr int kFracBits = 8;
-constexpr int kBulkGroup = 8;  // x4 / x8 bulk columns per group
-constexpr int kX2Group = 16;   // x2 bulk columns per group
-constexpr int kX6Group = 24;   // x6 bulk columns per group
-
-inline int Min(int a, int b) { return a < b ? a : b; }
 
 // Small-row window of 8 bytes at p, of which only the first `need` are used.
 // Past the row's last named sample (avail < 8) only `need` bytes are read.
@@ -42,13 +35,13 @@ inline int16x8_t Blend8(int16x8_t s16, int16x8_t b16, int16x8_t w16) {
 inline int16x8_t LoadWeights(const uint16_t* w) { return vreinterpretq_s16_u16(vld1q_u16(w)); }
 
 // Blends 8 columns at c with the blurred values b16 and stores them.
-inline void BlendStore8(const RowCtx& q, int c, int16x8_t b16) {
+inline void BlendStore8(const LumaRow& q, int c, int16x8_t b16) {
   const int16x8_t o = Blend8(Widen(vld1_u8(q.src + c)), b16, LoadWeights(q.w + c));
   vst1_u8(q.out + c, vqmovun_s16(o));
 }
 
 // Blends 16 columns at c with the blurred values lo (columns c..c+7) and hi.
-inline void BlendStore16(const RowCtx& q, int c, int16x8_t lo, int16x8_t hi) {
+inline void BlendStore16(const LumaRow& q, int c, int16x8_t lo, int16x8_t hi) {
   const uint8x16_t src = vld1q_u8(q.src + c);
   const int16x8_t o_lo = Blend8(Widen(vget_low_u8(src)), lo, LoadWeights(q.w + c));
   const int16x8_t o_hi = Blend8(Widen(vget_high_u8(src)), hi, LoadWeights(q.w + c + 8));
@@ -56,10 +49,7 @@ inline void BlendStore16(const RowCtx& q, int c, int16x8_t lo, int16x8_t hi) {
 }
 
 // x2: 16 columns share 8 block means, each used twice.
-int X2Row_NEON(const RowCtx& q, int W) {
-  int c = 0;
-  // Scalar remainder: columns past the last full group of 16 whose 2x2
-  // samples k..k+8 are all named (c + 15 <= W - 3).
+int X2Groups(const LumaRow& q, int c, int W) {
   for (; c + kX2Group <= W - 2; c += kX2Group) {
     const int k = c >> 1;
     const uint16x8_t a = vaddl_u8(vld1_u8(q.s0 + k), vld1_u8(q.s0 + k + 1));
@@ -69,12 +59,6 @@ int X2Row_NEON(const RowCtx& q, int W) {
     BlendStore16(q, c, vzip1q_s16(mean, mean), vzip2q_s16(mean, mean));
   }
   return c;
-}
-
-int X2Bulk_NEON(const RowCtx* rows, int count, int W) {
-  int n = 0;
-  for (int i = 0; i < count; ++i) n = X2Row_NEON(rows[i], W);
-  return n;
 }
 
 // Left and right sample indices and weights of 16 columns of the phase
@@ -102,16 +86,6 @@ constexpr Table16 RightWeightXF(int F) {
   return t;
 }
 
-// Horizontally interpolated small rows of one strip of bulk columns, kept
-// for every output row of a run: h0 (row r0) and d = h1 - h0 (row r1), both
-// in 0..255 resp. -255..255 in 16-bit lanes. 8 KiB on the stack; wider rows
-// take several strips.
-constexpr int kStrip = 2016;  // a multiple of 16 and of 24
-struct StripCache {
-  alignas(16) int16_t h0[kStrip];
-  alignas(16) int16_t d[kStrip];
-};
-
 inline void StoreRows8(StripCache& k, int i, uint16x8_t h0, uint16x8_t h1) {
   vst1q_s16(k.h0 + i, vreinterpretq_s16_u16(h0));
   vst1q_s16(k.d + i, vreinterpretq_s16_u16(vsubq_u16(h1, h0)));
@@ -121,7 +95,7 @@ inline void StoreRows8(StripCache& k, int i, uint16x8_t h0, uint16x8_t h1) {
 // multiple of 8; 16 columns per step, remainder one group of 8.
 // (h0*(256-fy) + h1*fy + 128) >> 8 == h0 + ((d*fy + 128) >> 8)
 // == h0 + vqrdmulh(d, fy << 7); fy << 7 <= 32640 fits int16.
-inline void VerticalBlendStrip(const RowCtx& q, int c0, int len, const StripCache& k) {
+void VerticalBlendStrip(const LumaRow& q, int c0, int len, const StripCache& k) {
   const int16x8_t fy7 = vdupq_n_s16(static_cast<int16_t>(q.fy << 7));
   auto vertical = [&](int i) {
     return vaddq_s16(vld1q_s16(k.h0 + i), vqrdmulhq_s16(vld1q_s16(k.d + i), fy7));
@@ -157,7 +131,7 @@ inline uint16x8x2_t WeightedPairs16(uint8x8_t samples, const Taps16& t) {
 // Fills the strip cache for columns [c0, c0 + len) of rows s0 and s1; len a
 // multiple of 8, 16 columns per window, remainder one group of 8.
 template <int F>
-void XFHorizontalStrip(const RowCtx& q, int c0, int len, int named, StripCache& k) {
+void XFHorizontalStrip(const LumaRow& q, int c0, int len, int named, StripCache& k) {
   static constexpr Table16 kLeft = LeftIndexXF(F);
   static constexpr Table16 kLeftWeight = LeftWeightXF(F);
   static constexpr Table16 kRightWeight = RightWeightXF(F);
@@ -184,18 +158,6 @@ void XFHorizontalStrip(const RowCtx& q, int c0, int len, int named, StripCache& 
   }
 }
 
-// One horizontal pass per strip and run, then a vertical step per row.
-template <int F>
-void XFBulk_NEON(const RowCtx* rows, int count, int end) {
-  StripCache k;
-  const int named = end > 0 ? (end - 1) / F + 2 : 0;  // samples the rows name
-  for (int c0 = 0; c0 < end; c0 += kStrip) {
-    const int len = Min(kStrip, end - c0);
-    XFHorizontalStrip<F>(rows[0], c0, len, named, k);
-    for (int i = 0; i < count; ++i) VerticalBlendStrip(rows[i], c0, len, k);
-  }
-}
-
 // x6 groups of 24 columns as 16 + 8. Column t (0..23) of a group reads
 // samples t / 6 and t / 6 + 1 with weights (left, right)[t % 6].
 constexpr Table16 LeftIndexX6(int first) {
@@ -215,7 +177,7 @@ constexpr Table16 WeightX6(int first, const int (&weights)[6]) {
 // by 8 adds the 128. Fills the strip cache for bulk columns
 // [1 + g0, 1 + g0 + len), g0 and len multiples of 24; no remainder. The
 // second lookup's last 8 lanes repeat the first's and are not stored.
-void X6HorizontalStrip(const RowCtx& q, int g0, int len, int named, StripCache& k) {
+void X6HorizontalStrip(const LumaRow& q, int g0, int len, int named, StripCache& k) {
   static constexpr Table16 kLeft[2] = {LeftIndexX6(0), LeftIndexX6(16)};
   static constexpr Table16 kLeftWeight[2] = {WeightX6(0, kX6Left), WeightX6(16, kX6Left)};
   static constexpr Table16 kRightWeight[2] = {WeightX6(0, kX6Right), WeightX6(16, kX6Right)};
@@ -239,39 +201,13 @@ void X6HorizontalStrip(const RowCtx& q, int g0, int len, int named, StripCache& 
 }
 
 // Blends bulk columns [1, 1 + n) with the blurred value 0 (a row with fy = 0).
-void X6ZeroRow(const RowCtx& q, int n) {
+void X6ZeroRow(const LumaRow& q, int n) {
   const int16x8_t zero = vdupq_n_s16(0);
   int c = 1;
   for (; c + 16 <= 1 + n; c += 16) BlendStore16(q, c, zero, zero);
   if (c < 1 + n) BlendStore8(q, c, zero);
 }
 
-// As XFBulk_NEON. A row with fy = 0 (the first of its r0, or with tiny dy
-// several) has its upper weight wrapped to 0 as well, so it blurs to 0.
-void X6Bulk_NEON(const RowCtx* rows, int count, int n) {
-  int blurred = 0;
-  for (int i = 0; i < count; ++i) {
-    if (rows[i].fy == 0)
-      X6ZeroRow(rows[i], n);
-    else
-      ++blurred;
-  }
-  if (blurred == 0) return;
-  StripCache k;
-  const int named = n / 6 + 1;  // samples the rows name
-  for (int g0 = 0; g0 < n; g0 += kStrip) {
-    const int len = Min(kStrip, n - g0);
-    X6HorizontalStrip(rows[0], g0, len, named, k);
-    for (int i = 0; i < count; ++i)
-      if (rows[i].fy != 0) VerticalBlendStrip(rows[i], 1 + g0, len, k);
-  }
-}
-
 }  // namespace
 
-void FillCompositeY_NEON(RowKernels* k) {
-  k->luma_x2_bulk = X2Bulk_NEON;
-  k->luma_x4_bulk = XFBulk_NEON<4>;
-  k->luma_x6_bulk = X6Bulk_NEON;
-  k->luma_x8_bulk = XFBulk_NEON<8>;
-}
+void FillCompositeY_NEON(RowKernels* k) { FillCompositeYLoops(k); }

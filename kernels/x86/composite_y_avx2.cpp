@@ -27,7 +27,7 @@ inline __m256i Blend16(__m256i s16, __m256i b16, __m256i w16) {
 constexpr int kQuartersInOrder = 0xD8;
 
 // Blends 32 columns at c with the blurred values lo (columns c..c+15) and hi.
-inline void BlendStore32(const RowCtx& q, int c, __m256i lo, __m256i hi) {
+inline void BlendStore32(const LumaRow& q, int c, __m256i lo, __m256i hi) {
   const __m256i src = Load32(q.src + c);
   const __m256i s_lo = _mm256_cvtepu8_epi16(_mm256_castsi256_si128(src));
   const __m256i s_hi = _mm256_cvtepu8_epi16(_mm256_extracti128_si256(src, 1));
@@ -39,7 +39,7 @@ inline void BlendStore32(const RowCtx& q, int c, __m256i lo, __m256i hi) {
 }
 
 // Blends 16 columns at c with the blurred values b (columns c..c+15).
-inline void BlendStore16Wide(const RowCtx& q, int c, __m256i b) {
+inline void BlendStore16Wide(const LumaRow& q, int c, __m256i b) {
   const __m256i o = Blend16(_mm256_cvtepu8_epi16(Load16(q.src + c)), b, Load32(q.w + c));
   _mm_storeu_si128(reinterpret_cast<__m128i*>(q.out + c),
                    _mm_packus_epi16(_mm256_castsi256_si128(o), _mm256_extracti128_si256(o, 1)));
@@ -55,8 +55,8 @@ struct X2Means {
   __m256i hi[kX2Strip / 32];
 };
 
-int X2Bulk_AVX2(const RowCtx* rows, int count, int W) {
-  const RowCtx& q = rows[0];
+int X2Bulk_AVX2(const LumaRow* rows, int count, int W) {
+  const LumaRow& q = rows[0];
   const __m256i two16 = _mm256_set1_epi16(2);
   // Samples k..k+16 of both rows; k + 16 <= W / 2 - 1 while c + 32 <= W - 2.
   const int end = W - 2 >= 2 * kX2Group ? (W - 2 - 2 * kX2Group) / 32 * 32 + 32 : 0;
@@ -82,7 +82,7 @@ int X2Bulk_AVX2(const RowCtx* rows, int count, int W) {
         BlendStore32(rows[i], c, means.lo[g], means.hi[g]);
   }
   int n = end;
-  for (int i = 0; i < count; ++i) n = X2Groups16(rows[i], end, W);
+  for (int i = 0; i < count; ++i) n = X2Groups(rows[i], end, W);
   return n;
 }
 
@@ -104,7 +104,7 @@ inline __m128i LoadWindow16(const uint8_t* p, int avail, int need) {
 // multiple of 8; 32 columns per step, remainders one step of 16 and one
 // group of 8. (h0*(256-fy) + h1*fy + 128) >> 8 == h0 + ((d*fy + 128) >> 8)
 // == h0 + mulhrs(d, fy << 7); fy << 7 <= 32640 fits int16.
-void VerticalBlendStrip(const RowCtx& q, int c0, int len, const StripCache& k) {
+void VerticalBlendStrip(const LumaRow& q, int c0, int len, const StripCache& k) {
   const __m256i fy7 = _mm256_set1_epi16(static_cast<int16_t>(q.fy << 7));
   auto vertical = [&](int i) {
     const __m256i h0 = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(k.h0 + i));
@@ -122,7 +122,7 @@ void VerticalBlendStrip(const RowCtx& q, int c0, int len, const StripCache& k) {
 
 // XFHorizontalSteps16 with 32 columns per window while whole.
 template <int F>
-void XFHorizontalStrip(const RowCtx& q, int c0, int len, int named, StripCache& k) {
+void XFHorizontalStrip(const LumaRow& q, int c0, int len, int named, StripCache& k) {
   using P = XFPhase<F>;
   constexpr int kStep = P::kStep;
   const __m128i shuffle_lo = LoadTable(P::kShuffle);
@@ -183,7 +183,7 @@ inline __m256i LoadTable(const Table32& t) { return Load32(t.b); }
 
 // Fills the strip cache for bulk columns [1 + g0, 1 + g0 + len), g0 and len
 // multiples of 24: 48 columns per window, remainder one group of 24.
-void X6HorizontalStrip(const RowCtx& q, int g0, int len, int named, StripCache& k) {
+void X6HorizontalStrip(const LumaRow& q, int g0, int len, int named, StripCache& k) {
   static constexpr Table32 kShuffle2[3] = {PairShuffleX6Wide(0), PairShuffleX6Wide(1),
                                            PairShuffleX6Wide(2)};
   static constexpr Table32 kWeights2[3] = {PairWeightsX6Wide(0), PairWeightsX6Wide(1),
@@ -211,7 +211,7 @@ void X6HorizontalStrip(const RowCtx& q, int g0, int len, int named, StripCache& 
 }
 
 // Blends bulk columns [1, 1 + n) with the blurred value 0 (a row with fy = 0).
-void X6ZeroRow(const RowCtx& q, int n) {
+void X6ZeroRow(const LumaRow& q, int n) {
   int c = 1;
   const __m256i zero = _mm256_setzero_si256();
   for (; c + 32 <= 1 + n; c += 32) BlendStore32(q, c, zero, zero);
@@ -219,17 +219,9 @@ void X6ZeroRow(const RowCtx& q, int n) {
   if (c < 1 + n) BlendStore8(q, c, _mm_setzero_si128());
 }
 
-template <int F>
-void XFBulk_AVX2(const RowCtx* rows, int count, int end) {
-  XFBulk<F>(rows, count, end);
-}
-void X6Bulk_AVX2(const RowCtx* rows, int count, int n) { X6Bulk(rows, count, n); }
-
 }  // namespace
 
 void FillCompositeY_AVX2(RowKernels* k) {
-  k->luma_x2_bulk = X2Bulk_AVX2;
-  k->luma_x4_bulk = XFBulk_AVX2<4>;
-  k->luma_x6_bulk = X6Bulk_AVX2;
-  k->luma_x8_bulk = XFBulk_AVX2<8>;
+  FillCompositeYLoops(k);
+  k->luma_x2_bulk = X2Bulk_AVX2;  // the rows share their means
 }

@@ -7,17 +7,11 @@
 
 namespace {
 
-int X2Bulk_SSE41(const RowCtx* rows, int count, int W) {
-  int n = 0;
-  for (int i = 0; i < count; ++i) n = X2Groups16(rows[i], 0, W);
-  return n;
-}
-
 // Vertical step and blend of strip columns [0, len) at row column c0, len a
 // multiple of 8; 16 columns per step, remainder one group of 8.
 // (h0*(256-fy) + h1*fy + 128) >> 8 == h0 + ((d*fy + 128) >> 8)
 // == h0 + mulhrs(d, fy << 7); fy << 7 <= 32640 fits int16.
-void VerticalBlendStrip(const RowCtx& q, int c0, int len, const StripCache& k) {
+void VerticalBlendStrip(const LumaRow& q, int c0, int len, const StripCache& k) {
   const __m128i fy7 = _mm_set1_epi16(static_cast<int16_t>(q.fy << 7));
   auto vertical = [&](int i) {
     const __m128i h0 = _mm_load_si128(reinterpret_cast<const __m128i*>(k.h0 + i));
@@ -30,34 +24,23 @@ void VerticalBlendStrip(const RowCtx& q, int c0, int len, const StripCache& k) {
 }
 
 template <int F>
-void XFHorizontalStrip(const RowCtx& q, int c0, int len, int named, StripCache& k) {
+void XFHorizontalStrip(const LumaRow& q, int c0, int len, int named, StripCache& k) {
   XFHorizontalSteps16<F>(q, c0, 0, len, named, k);
 }
 
 // Bulk columns [1 + g0, 1 + g0 + len), g0 and len multiples of 24; no
 // remainder.
-void X6HorizontalStrip(const RowCtx& q, int g0, int len, int named, StripCache& k) {
+void X6HorizontalStrip(const LumaRow& q, int g0, int len, int named, StripCache& k) {
   for (int i = 0; i < len; i += kX6Group) X6HorizontalGroup(q, g0, i, named, k);
 }
 
 // Blends bulk columns [1, 1 + n) with the blurred value 0 (a row with fy = 0).
-void X6ZeroRow(const RowCtx& q, int n) {
+void X6ZeroRow(const LumaRow& q, int n) {
   int c = 1;
   for (; c + 16 <= 1 + n; c += 16) BlendStore16(q, c, _mm_setzero_si128(), _mm_setzero_si128());
   if (c < 1 + n) BlendStore8(q, c, _mm_setzero_si128());
 }
 
-template <int F>
-void XFBulk_SSE41(const RowCtx* rows, int count, int end) {
-  XFBulk<F>(rows, count, end);
-}
-void X6Bulk_SSE41(const RowCtx* rows, int count, int n) { X6Bulk(rows, count, n); }
-
 }  // namespace
 
-void FillCompositeY_SSE41(RowKernels* k) {
-  k->luma_x2_bulk = X2Bulk_SSE41;
-  k->luma_x4_bulk = XFBulk_SSE41<4>;
-  k->luma_x6_bulk = X6Bulk_SSE41;
-  k->luma_x8_bulk = XFBulk_SSE41<8>;
-}
+void FillCompositeY_SSE41(RowKernels* k) { FillCompositeYLoops(k); }

@@ -1,6 +1,7 @@
-// 128-bit helpers and drivers of luma compositing, shared by its SSE4.1 and
-// AVX2 units. Include only from those units: everything here has internal
-// linkage, so each unit keeps its own copy built with its own flags.
+// 128-bit steps of luma compositing, shared by its SSE4.1 and AVX2 units, over
+// the run loops of kernels/composite_y_loops.h. Include only from those
+// units: everything here has internal linkage, so each unit keeps its own
+// copy built with its own flags.
 #ifndef DOFRA_KERNELS_X86_COMPOSITE_Y_X86_H
 #define DOFRA_KERNELS_X86_COMPOSITE_Y_X86_H
 
@@ -8,18 +9,10 @@
 
 #include <cstring>
 
-#include "kernels/row_kernels.h"
+#include "kernels/composite_y_loops.h"
+#include "kernels/fixed_point.h"
 
 namespace {
-
-using RowCtx = LumaRow;
-
-constexpr int kFracBits = 8;
-constexpr int kBulkGroup = 8;  // x4 / x8 bulk columns per group
-constexpr int kX2Group = 16;   // x2 bulk columns per group
-constexpr int kX6Group = 24;   // x6 bulk columns per group
-
-inline int Min(int a, int b) { return a < b ? a : b; }
 
 inline __m128i Load8(const void* p) { return _mm_loadl_epi64(static_cast<const __m128i*>(p)); }
 inline __m128i Load16(const void* p) { return _mm_loadu_si128(static_cast<const __m128i*>(p)); }
@@ -45,14 +38,14 @@ inline __m128i Blend8(__m128i s16, __m128i b16, __m128i w16) {
 }
 
 // Blends 8 columns at c with the blurred values b16 and stores them.
-inline void BlendStore8(const RowCtx& q, int c, __m128i b16) {
+inline void BlendStore8(const LumaRow& q, int c, __m128i b16) {
   const __m128i s16 = _mm_cvtepu8_epi16(Load8(q.src + c));
   const __m128i o = Blend8(s16, b16, Load16(q.w + c));
   _mm_storel_epi64(reinterpret_cast<__m128i*>(q.out + c), _mm_packus_epi16(o, o));
 }
 
 // Blends 16 columns at c with the blurred values lo (columns c..c+7) and hi.
-inline void BlendStore16(const RowCtx& q, int c, __m128i lo, __m128i hi) {
+inline void BlendStore16(const LumaRow& q, int c, __m128i lo, __m128i hi) {
   const __m128i src = Load16(q.src + c);
   const __m128i o_lo = Blend8(_mm_cvtepu8_epi16(src), lo, Load16(q.w + c));
   const __m128i o_hi = Blend8(_mm_unpackhi_epi8(src, _mm_setzero_si128()), hi, Load16(q.w + c + 8));
@@ -60,10 +53,7 @@ inline void BlendStore16(const RowCtx& q, int c, __m128i lo, __m128i hi) {
 }
 
 // x2 from column c: 16 columns share 8 block means, each used twice.
-// Returns the first column left to the scalar remainder: columns past the
-// last full group of 16 whose 2x2 samples k..k+8 are all named
-// (c + 15 <= W - 3).
-inline int X2Groups16(const RowCtx& q, int c, int W) {
+int X2Groups(const LumaRow& q, int c, int W) {
   const __m128i two = _mm_set1_epi16(2);
   for (; c + kX2Group <= W - 2; c += kX2Group) {
     const int k = c >> 1;
@@ -104,16 +94,6 @@ constexpr Table16 PairWeightsXF(int F) {
 
 inline __m128i LoadTable(const Table16& t) { return Load16(t.b); }
 
-// Horizontally interpolated small rows of one strip of bulk columns, kept
-// for every output row of a run: h0 (row r0) and d = h1 - h0 (row r1), both
-// in 0..255 resp. -255..255 in 16-bit lanes. 8 KiB on the stack; wider rows
-// take several strips.
-constexpr int kStrip = 2016;  // a multiple of 32 and of 48
-struct StripCache {
-  alignas(32) int16_t h0[kStrip];
-  alignas(32) int16_t d[kStrip];
-};
-
 inline void StoreRows8(StripCache& k, int i, __m128i h0, __m128i h1) {
   _mm_store_si128(reinterpret_cast<__m128i*>(k.h0 + i), h0);
   _mm_store_si128(reinterpret_cast<__m128i*>(k.d + i), _mm_sub_epi16(h1, h0));
@@ -132,7 +112,7 @@ struct XFPhase {
 // Fills the strip cache for columns [c0 + i, c0 + len) of rows s0 and s1;
 // len - i a multiple of 8, 16 columns per window, remainder one group of 8.
 template <int F>
-void XFHorizontalSteps16(const RowCtx& q, int c0, int i, int len, int named, StripCache& k) {
+void XFHorizontalSteps16(const LumaRow& q, int c0, int i, int len, int named, StripCache& k) {
   using P = XFPhase<F>;
   constexpr int kStep = P::kStep;
   const __m128i shuffle_lo = LoadTable(P::kShuffle);
@@ -190,7 +170,7 @@ constexpr UTable16 PairWeightsX6(int v) {
 // 2^16 restores L*left + R*right + 128 <= 65408 for the logical shift.
 //
 // One group of 24 bulk columns from column 1 + g0 + i, three vectors of 8.
-inline void X6HorizontalGroup(const RowCtx& q, int g0, int i, int named, StripCache& k) {
+inline void X6HorizontalGroup(const LumaRow& q, int g0, int i, int named, StripCache& k) {
   static constexpr Table16 kShuffle[3] = {PairShuffleX6(0), PairShuffleX6(1), PairShuffleX6(2)};
   static constexpr UTable16 kWeights[3] = {PairWeightsX6(0), PairWeightsX6(1), PairWeightsX6(2)};
   constexpr int kNeed = 5;  // samples per group of 24
@@ -205,46 +185,6 @@ inline void X6HorizontalGroup(const RowCtx& q, int g0, int i, int named, StripCa
   const __m128i top = _mm_xor_si128(LoadSamples(q.s0 + a, named - a, kNeed), bias);
   const __m128i bottom = _mm_xor_si128(LoadSamples(q.s1 + a, named - a, kNeed), bias);
   for (int v = 0; v < 3; ++v) StoreRows8(k, i + 8 * v, horizontal(top, v), horizontal(bottom, v));
-}
-
-// Each including unit defines these at its own vector width.
-template <int F>
-void XFHorizontalStrip(const RowCtx& q, int c0, int len, int named, StripCache& k);
-void VerticalBlendStrip(const RowCtx& q, int c0, int len, const StripCache& k);
-void X6HorizontalStrip(const RowCtx& q, int g0, int len, int named, StripCache& k);
-void X6ZeroRow(const RowCtx& q, int n);
-
-// One horizontal pass per strip and run, then a vertical step per row.
-template <int F>
-void XFBulk(const RowCtx* rows, int count, int end) {
-  StripCache k;
-  const int named = end > 0 ? (end - 1) / F + 2 : 0;  // samples the rows name
-  for (int c0 = 0; c0 < end; c0 += kStrip) {
-    const int len = Min(kStrip, end - c0);
-    XFHorizontalStrip<F>(rows[0], c0, len, named, k);
-    for (int i = 0; i < count; ++i) VerticalBlendStrip(rows[i], c0, len, k);
-  }
-}
-
-// As XFBulk. A row with fy = 0 (the first of its r0, or with tiny dy
-// several) has its upper weight wrapped to 0 as well, so it blurs to 0.
-inline void X6Bulk(const RowCtx* rows, int count, int n) {
-  int blurred = 0;
-  for (int i = 0; i < count; ++i) {
-    if (rows[i].fy == 0)
-      X6ZeroRow(rows[i], n);
-    else
-      ++blurred;
-  }
-  if (blurred == 0) return;
-  StripCache k;
-  const int named = n / 6 + 1;  // samples the rows name
-  for (int g0 = 0; g0 < n; g0 += kStrip) {
-    const int len = Min(kStrip, n - g0);
-    X6HorizontalStrip(rows[0], g0, len, named, k);
-    for (int i = 0; i < count; ++i)
-      if (rows[i].fy != 0) VerticalBlendStrip(rows[i], 1 + g0, len, k);
-  }
 }
 
 }  // namespace
