@@ -1,25 +1,15 @@
-// NEON bulk helpers of chroma compositing (the plane drivers and the scalar
-// formulas are in blur/composite_uv.cpp).
+// NEON steps of chroma compositing under the walks of
+// kernels/composite_uv_loops.h (the plane drivers and the scalar formulas
+// are in blur/composite_uv.cpp).
 #include <arm_neon.h>
 
 #include <cstring>
 
-#include "kernels/row_kernels.h"
+#include "kernels/composite_uv_loops.h"
 
 namespace {
 
-using RowPtrs = ChromaRow;
-using Run = ChromaRun;
-
-constexpr int kPair = 2;  // bytes per pair
-constexpr int kMaxRun = kMaxCompositeRun;
-constexpr int kX6Cycle = 6;
-constexpr int kX6GroupPairs = 12;  // 24 bytes
-
-// Vector bulk, 8 pairs (16 bytes) per step: the U bytes and the V bytes of
-// the pairs sit in two vectors of 16-bit lanes, lane j for pair j, so that one
-// vector of pair weights serves both channels and the channels never meet
-// until the final interleave.
+// The U lanes and the V lanes of 8 pairs.
 struct Channels {
   int16x8_t u;
   int16x8_t v;
@@ -59,7 +49,7 @@ inline Channels Split(uint16x8_t pairs) {
 // weights are the even entries of 16 (the odd ones lie in the same luma
 // row); vqmovun saturates (only weights above 1024 can leave 0..255) and vst2
 // interleaves U and V again.
-inline void BlendStore16(const RowPtrs& row, int p, const Channels& b) {
+inline void BlendStore16(const ChromaRow& row, int p, const Channels& b) {
   const Channels s = Split(vreinterpretq_u16_u8(vld1q_u8(row.src + kPair * p)));
   const int16x8_t w = vreinterpretq_s16_u16(vld2q_u16(row.wt + kPair * p).val[0]);
   const uint8x8x2_t out = {{vqmovun_s16(Blend(s.u, b.u, w)), vqmovun_s16(Blend(s.v, b.v, w))}};
@@ -67,7 +57,7 @@ inline void BlendStore16(const RowPtrs& row, int p, const Channels& b) {
 }
 
 // Pairs p..p+3 from lanes 0..3: 8 source bytes and 8 weight entries.
-inline void BlendStore8(const RowPtrs& row, int p, const Channels& b) {
+inline void BlendStore8(const ChromaRow& row, int p, const Channels& b) {
   const uint16x4_t pairs = vreinterpret_u16_u8(vld1_u8(row.src + kPair * p));
   const Channels s = Split(vcombine_u16(pairs, pairs));
   const uint16x8_t entries = vld1q_u16(row.wt + kPair * p);
@@ -78,9 +68,6 @@ inline void BlendStore8(const RowPtrs& row, int p, const Channels& b) {
 
 // Window byte indices for lane j: the U byte of small pair first[j] in lane j
 // and its V byte in lane 8 + j; the right neighbour is 2 bytes further.
-struct LaneFirst {
-  int pair[8];
-};
 struct Table16 {
   uint8_t b[16];
 };
@@ -125,18 +112,14 @@ inline Channels RoundShift(uint16x8x2_t sums) {
           vreinterpretq_s16_u16(vrshrq_n_u16(sums.val[1], kShift))};
 }
 
-// ---- x2: lane j (pair p + j, p even) reads small pairs j/2 and j/2 + 1.
-constexpr LaneFirst kX2First = {{0, 0, 1, 1, 2, 2, 3, 3}};
-
-// Remainder: 8 pairs per step while all fit, then the driver's formula. The
-// 2x2 mean has no fraction, so the run's rows share it outright.
-int X2Bulk_NEON(const Run& run, int pairs) {
+// ---- x2. Remainder: 8 pairs per step while all fit, then the driver's
+// formula. The 2x2 mean has no fraction, so the run's rows share it outright.
+int X2Bulk_NEON(const ChromaRun& run, int pairs) {
   static constexpr Table16 kLeft = LeftBytes(kX2First);
   const Lookup at = LoadLookup(kLeft);
   const uint8x16_t one = vdupq_n_u8(1);
-  const int named = pairs > 0 ? kPair * (((pairs - 1) >> 1) + 2) : 0;
-  int p = 0;
-  for (; p + 8 <= pairs; p += 8) {
+  const int named = NamedX2(pairs);
+  return X2Walk(0, pairs, [&](int p) {
     const int a = p;  // byte of small pair p / 2
     const uint16x8x2_t top = WeightedPairs(LoadWindow(run.s0 + a, named - a), at, one, one);
     const uint16x8x2_t bottom = WeightedPairs(LoadWindow(run.s1 + a, named - a), at, one, one);
@@ -144,19 +127,10 @@ int X2Bulk_NEON(const Run& run, int pairs) {
     const Channels mean = RoundShift<2>(
         {{vaddq_u16(top.val[0], bottom.val[0]), vaddq_u16(top.val[1], bottom.val[1])}});
     for (int i = 0; i < run.n; ++i) BlendStore16(run.row[i], p, mean);
-  }
-  return p;
+  });
 }
 
-// ---- x4, x8: lane j (pair p + j, p a multiple of F or of 4) reads small
-// pairs j/F and j/F + 1 with phase j mod F. fx = 256 i / F, so
-// (L*(256-fx) + R*fx + 128) >> 8 == (L*(F-i) + R*i + F/2) / F, the small sum
-// (<= 255 * 8) shifted right by log2 F with rounding.
-constexpr LaneFirst PhaseFirst(int F) {
-  LaneFirst f{};
-  for (int j = 0; j < 8; ++j) f.pair[j] = j / F;
-  return f;
-}
+// ---- x4, x8: the small sum shifted right by log2 F with rounding.
 struct LaneWeights {
   int left[8];
   int right[8];
@@ -170,20 +144,17 @@ constexpr LaneWeights PhaseWeights(int F) {
   return w;
 }
 
-// Remainder: 8 pairs per step, then one group of 4 (x4's bulk_pairs is a
-// multiple of 4, x8's of 8). The window of small pairs p/F.. is read only as
-// far as the bulk names (pair (bulk_pairs - 1) / F + 1).
 // Per column group the four horizontal vectors are formed once and stay in
 // registers while the run's rows take their vertical step and blend.
 template <int F>
-void X48Bulk_NEON(const Run& run, int bulk_pairs) {
+void XFBulk_NEON(const ChromaRun& run, int bulk_pairs) {
   static constexpr Table16 kLeft = LeftBytes(PhaseFirst(F));
   static constexpr Table16 kLeftWeight = PairWeights(PhaseWeights(F).left);
   static constexpr Table16 kRightWeight = PairWeights(PhaseWeights(F).right);
   constexpr int kShift = F == 4 ? 2 : 3;
   const Lookup at = LoadLookup(kLeft);
   const uint8x16_t wl = vld1q_u8(kLeftWeight.b), wr = vld1q_u8(kRightWeight.b);
-  const int named = bulk_pairs > 0 ? kPair * ((bulk_pairs - 1) / F + 2) : 0;
+  const int named = NamedXF<F>(bulk_pairs);
   int16x8_t fy7[kMaxRun];
   for (int i = 0; i < run.n; ++i) fy7[i] = vdupq_n_s16(static_cast<int16_t>(run.fy[i] << 7));
   // Blends pairs p.. of every row of the run with `store` (16 or 8 bytes).
@@ -195,37 +166,24 @@ void X48Bulk_NEON(const Run& run, int bulk_pairs) {
         RoundShift<kShift>(WeightedPairs(LoadWindow(run.s1 + a, named - a), at, wl, wr));
     for (int i = 0; i < run.n; ++i) store(run.row[i], p, Vertical(h0, h1, fy7[i]));
   };
-  int p = 0;
-  for (; p + 8 <= bulk_pairs; p += 8) group(p, BlendStore16);
-  if (p < bulk_pairs) group(p, BlendStore8);
+  XFWalk(0, bulk_pairs, group, BlendStore16, BlendStore8);
 }
 
-// ---- x6: a block of 24 pairs (two groups of 12) from pair 1 + 24b reads
-// small pairs 4b..4b+4 (10 bytes, one window); its pair 1 + 24b + q has
-// x0 = 4b + q/6 and cycle step q mod 6. Part v holds q = 8v..8v+7; a lone
-// last group of 12 uses part 0 and lanes 0..3 of part 1.
-constexpr int kX6Parts = 3;
-constexpr int kX6BlockPairs = 8 * kX6Parts;
-constexpr LaneFirst X6First(int part) {
-  LaneFirst f{};
-  for (int j = 0; j < 8; ++j) f.pair[j] = (8 * part + j) / kX6Cycle;
-  return f;
-}
+// ---- x6: the weights of one part.
 constexpr LaneWeights X6Weights(int part) {
   LaneWeights w{};
-  for (int j = 0; j < 8; ++j) {
-    w.left[j] = kX6Left[(8 * part + j) % kX6Cycle];
-    w.right[j] = kX6Right[(8 * part + j) % kX6Cycle];
+  for (int j = 0; j < kStepPairs; ++j) {
+    w.left[j] = X6LeftWeight(part, j);
+    w.right[j] = X6RightWeight(part, j);
   }
   return w;
 }
 
 // Horizontal step with 8-bit weights (left + right = 256, both fit u8):
 // L*left + R*right + 128 <= 65408 fits u16, and vrshr by 8 adds the 128.
-// Remainder: the bulk is whole groups of 12 pairs; blocks of 24 (three full
-// vectors), then at most one group of 12 as 16 + 8 bytes. Each part's four
-// horizontal vectors serve all rows of the run before the next part.
-void X6Bulk_NEON(const Run& run, int bulk_pairs) {
+// Each part's four horizontal vectors serve all rows of the run before the
+// next part.
+void X6Bulk_NEON(const ChromaRun& run, int bulk_pairs) {
   static constexpr Table16 kLeft[kX6Parts] = {LeftBytes(X6First(0)), LeftBytes(X6First(1)),
                                               LeftBytes(X6First(2))};
   static constexpr Table16 kLeftWeight[kX6Parts] = {PairWeights(X6Weights(0).left),
@@ -234,7 +192,7 @@ void X6Bulk_NEON(const Run& run, int bulk_pairs) {
   static constexpr Table16 kRightWeight[kX6Parts] = {PairWeights(X6Weights(0).right),
                                                      PairWeights(X6Weights(1).right),
                                                      PairWeights(X6Weights(2).right)};
-  const int named = bulk_pairs > 0 ? kPair * ((bulk_pairs - 1) / kX6Cycle + 2) : 0;
+  const int named = NamedX6(bulk_pairs);
   // u = 256 - fy except on fy = 0 rows, whose u wraps to 0: they blur to 0.
   int16x8_t fy7[kMaxRun];
   for (int i = 0; i < run.n; ++i) fy7[i] = vdupq_n_s16(static_cast<int16_t>(run.fy[i] << 7));
@@ -243,36 +201,26 @@ void X6Bulk_NEON(const Run& run, int bulk_pairs) {
                                        vld1q_u8(kLeftWeight[part].b),
                                        vld1q_u8(kRightWeight[part].b)));
   };
-  auto part_rows = [&](uint8x16_t top, uint8x16_t bottom, int part, int p, auto store) {
+  uint8x16_t top, bottom;
+  auto load = [&](int p) {
+    const int a = X6WindowByte(p);
+    top = LoadWindow(run.s0 + a, named - a);
+    bottom = LoadWindow(run.s1 + a, named - a);
+  };
+  auto part_rows = [&](int part, int p, auto store) {
     const Channels h0 = horizontal(top, part), h1 = horizontal(bottom, part);
     const Channels zero = {vdupq_n_s16(0), vdupq_n_s16(0)};
     for (int i = 0; i < run.n; ++i)
       store(run.row[i], p, run.fy[i] == 0 ? zero : Vertical(h0, h1, fy7[i]));
   };
-  auto windows = [&](int p, uint8x16_t* top, uint8x16_t* bottom) {
-    const int a = kPair * ((p - 1) / kX6Cycle);
-    *top = LoadWindow(run.s0 + a, named - a);
-    *bottom = LoadWindow(run.s1 + a, named - a);
-  };
-  uint8x16_t top, bottom;
-  int p = 1;
-  for (; p + kX6BlockPairs - 1 <= bulk_pairs; p += kX6BlockPairs) {
-    windows(p, &top, &bottom);
-    for (int part = 0; part < kX6Parts; ++part)
-      part_rows(top, bottom, part, p + 8 * part, BlendStore16);
-  }
-  if (p + kX6GroupPairs - 1 <= bulk_pairs) {
-    windows(p, &top, &bottom);
-    part_rows(top, bottom, 0, p, BlendStore16);
-    part_rows(top, bottom, 1, p + 8, BlendStore8);
-  }
+  X6Walk(bulk_pairs, load, part_rows, BlendStore16, BlendStore8);
 }
 
 }  // namespace
 
 void FillCompositeUV_NEON(RowKernels* k) {
   k->chroma_x2_bulk = X2Bulk_NEON;
-  k->chroma_x4_bulk = X48Bulk_NEON<4>;
+  k->chroma_x4_bulk = XFBulk_NEON<4>;
   k->chroma_x6_bulk = X6Bulk_NEON;
-  k->chroma_x8_bulk = X48Bulk_NEON<8>;
+  k->chroma_x8_bulk = XFBulk_NEON<8>;
 }

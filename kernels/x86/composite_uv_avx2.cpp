@@ -53,7 +53,7 @@ inline __m256i Interleave(__m256i u, __m256i v) {
 }
 
 // Blends pairs p..p+15 with blurred U lanes u and V lanes v and stores them.
-inline void BlendStore32(const RowPtrs& row, int p, __m256i u, __m256i v) {
+inline void BlendStore32(const ChromaRow& row, int p, __m256i u, __m256i v) {
   const __m256i s = Load32(row.src + kPair * p);
   const __m256i w = PairWeights16(row.wt + kPair * p);
   const __m256i su = _mm256_and_si256(s, _mm256_set1_epi16(0xFF));
@@ -64,12 +64,12 @@ inline void BlendStore32(const RowPtrs& row, int p, __m256i u, __m256i v) {
 
 // Remainder: 16 pairs per step, then 8 while all fit, then the driver's
 // formula. The 2x2 mean has no fraction, so the run's rows share it outright.
-int X2Bulk_AVX2(const Run& run, int pairs) {
+int X2Bulk_AVX2(const ChromaRun& run, int pairs) {
   static constexpr Table16 kShufU = PairShuffle(kX2First, 0);
   static constexpr Table16 kShufV = PairShuffle(kX2First, 1);
   const __m256i shuf_u2 = _mm256_broadcastsi128_si256(LoadTable(kShufU));
   const __m256i shuf_v2 = _mm256_broadcastsi128_si256(LoadTable(kShufV));
-  const int named = pairs > 0 ? kPair * (((pairs - 1) >> 1) + 2) : 0;
+  const int named = NamedX2(pairs);
   const __m256i ones2 = _mm256_set1_epi8(1), two2 = _mm256_set1_epi16(2);
   auto mean2 = [&](__m256i top, __m256i bottom, __m256i shuf) {
     const __m256i sum =
@@ -90,15 +90,15 @@ int X2Bulk_AVX2(const Run& run, int pairs) {
   return X2Steps8(run, p, pairs, named);
 }
 
-// 16 pairs per step, then the steps of X48Steps8.
+// 16 pairs per step, then the steps of XFSteps8.
 template <int F>
-void X48Bulk_AVX2(const Run& run, int bulk_pairs) {
+void XFBulk_AVX2(const ChromaRun& run, int bulk_pairs) {
   static constexpr Table16 kShufU = PairShuffle(PhaseFirst(F), 0);
   static constexpr Table16 kShufV = PairShuffle(PhaseFirst(F), 1);
   static constexpr Table16 kWeights = PhaseWeights(F);
   const __m128i shuf_u = LoadTable(kShufU), shuf_v = LoadTable(kShufV);
   const __m128i weights = LoadTable(kWeights);
-  const int named = bulk_pairs > 0 ? kPair * ((bulk_pairs - 1) / F + 2) : 0;
+  const int named = NamedXF<F>(bulk_pairs);
   const __m256i shuf_u2 = _mm256_broadcastsi128_si256(shuf_u);
   const __m256i shuf_v2 = _mm256_broadcastsi128_si256(shuf_v);
   const __m256i weights2 = _mm256_broadcastsi128_si256(weights);
@@ -124,7 +124,7 @@ void X48Bulk_AVX2(const Run& run, int bulk_pairs) {
       BlendStore32(run.row[i], p, Vertical(u0, u1, fy7w), Vertical(v0, v1, fy7w));
     }
   }
-  X48Steps8<F>(run, p, bulk_pairs, named);
+  XFSteps8<F>(run, p, bulk_pairs, named);
 }
 
 // Parts q and q + 1 side by side, as lanes of one vector: the tables of a
@@ -154,7 +154,7 @@ constexpr Table32 X6PairWeights(int first) {
 // from pair 1 + 8q, part q % 3 of block q / 3). Remainder: two parts per
 // vector, then one part, then the half part (4 pairs) of a lone last group
 // of 12. Each vector's four horizontal steps serve all rows of the run.
-void X6Bulk_AVX2(const Run& run, int bulk_pairs) {
+void X6Bulk_AVX2(const ChromaRun& run, int bulk_pairs) {
   static constexpr Table16 kShuf[kX6Parts][2] = {
       {PairShuffle(X6First(0), 0), PairShuffle(X6First(0), 1)},
       {PairShuffle(X6First(1), 0), PairShuffle(X6First(1), 1)},
@@ -168,7 +168,7 @@ void X6Bulk_AVX2(const Run& run, int bulk_pairs) {
   const __m128i bias = _mm_set1_epi8(static_cast<char>(0x80));
   const __m128i unbias = _mm_set1_epi16(static_cast<int16_t>(0x8080));
   const __m256i unbias2 = _mm256_set1_epi16(static_cast<int16_t>(0x8080));
-  const int named = bulk_pairs > 0 ? kPair * ((bulk_pairs - 1) / kX6Cycle + 2) : 0;
+  const int named = NamedX6(bulk_pairs);
   // The window of block b: small pairs 4b..4b+4, biased.
   auto window = [&](const uint8_t* row, int block) {
     const int a = kPair * 4 * block;
@@ -228,7 +228,7 @@ void X6Bulk_AVX2(const Run& run, int bulk_pairs) {
 
 void FillCompositeUV_AVX2(RowKernels* k) {
   k->chroma_x2_bulk = X2Bulk_AVX2;
-  k->chroma_x4_bulk = X48Bulk_AVX2<4>;
+  k->chroma_x4_bulk = XFBulk_AVX2<4>;
   k->chroma_x6_bulk = X6Bulk_AVX2;
-  k->chroma_x8_bulk = X48Bulk_AVX2<8>;
+  k->chroma_x8_bulk = XFBulk_AVX2<8>;
 }

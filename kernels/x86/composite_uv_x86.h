@@ -1,6 +1,7 @@
-// 128-bit helpers of chroma compositing, shared by its SSE4.1 and AVX2
-// units. Include only from those units: everything here has internal
-// linkage, so each unit keeps its own copy built with its own flags.
+// 128-bit steps of chroma compositing, shared by its SSE4.1 and AVX2 units,
+// under the walks of kernels/composite_uv_loops.h. Include only from those
+// units: everything here has internal linkage, so each unit keeps its own
+// copy built with its own flags.
 #ifndef DOFRA_KERNELS_X86_COMPOSITE_UV_X86_H
 #define DOFRA_KERNELS_X86_COMPOSITE_UV_X86_H
 
@@ -8,21 +9,9 @@
 
 #include <cstring>
 
-#include "kernels/row_kernels.h"
+#include "kernels/composite_uv_loops.h"
 
 namespace {
-
-using RowPtrs = ChromaRow;
-using Run = ChromaRun;
-
-constexpr int kPair = 2;  // bytes per pair
-constexpr int kMaxRun = kMaxCompositeRun;
-constexpr int kX6Cycle = 6;
-
-// Vector bulk, 8 pairs (16 bytes) per vector pair: the U bytes and the V
-// bytes of the pairs sit in two vectors of u16 lanes, lane j for pair j, so
-// that one vector of pair weights serves both channels and the channels never
-// meet until the final interleave.
 
 inline __m128i Load16(const void* p) { return _mm_loadu_si128(static_cast<const __m128i*>(p)); }
 inline __m128i Load8(const void* p) { return _mm_loadl_epi64(static_cast<const __m128i*>(p)); }
@@ -79,7 +68,7 @@ inline __m128i Interleave(__m128i u, __m128i v) {
 }
 
 // Blends pairs p..p+7 with blurred U lanes u and V lanes v and stores them.
-inline void BlendStore16(const RowPtrs& row, int p, __m128i u, __m128i v) {
+inline void BlendStore16(const ChromaRow& row, int p, __m128i u, __m128i v) {
   const __m128i s = Load16(row.src + kPair * p);
   const __m128i w = PairWeights8(row.wt + kPair * p);
   const __m128i su = _mm_and_si128(s, _mm_set1_epi16(0xFF));
@@ -89,7 +78,7 @@ inline void BlendStore16(const RowPtrs& row, int p, __m128i u, __m128i v) {
 }
 
 // Pairs p..p+3 from lanes 0..3.
-inline void BlendStore8(const RowPtrs& row, int p, __m128i u, __m128i v) {
+inline void BlendStore8(const ChromaRow& row, int p, __m128i u, __m128i v) {
   const __m128i s = Load8(row.src + kPair * p);
   const __m128i w = PairWeights4(row.wt + kPair * p);
   const __m128i su = _mm_and_si128(s, _mm_set1_epi16(0xFF));
@@ -100,9 +89,6 @@ inline void BlendStore8(const RowPtrs& row, int p, __m128i u, __m128i v) {
 
 // Shuffle picking, for lane j, the channel-c bytes of small pairs
 // first[j] and first[j] + 1 of a window (pairs 2 bytes apart).
-struct LaneFirst {
-  int pair[8];
-};
 constexpr Table16 PairShuffle(LaneFirst f, int c) {
   Table16 t{};
   for (int j = 0; j < 8; ++j) {
@@ -112,13 +98,10 @@ constexpr Table16 PairShuffle(LaneFirst f, int c) {
   return t;
 }
 
-// ---- x2: lane j (pair p + j, p even) reads small pairs j/2 and j/2 + 1.
-constexpr LaneFirst kX2First = {{0, 0, 1, 1, 2, 2, 3, 3}};
-
 // x2 steps of 8 pairs from p while all fit; returns the first pair left to
 // the driver's formula. The 2x2 mean has no fraction, so the run's rows
 // share it outright.
-inline int X2Steps8(const Run& run, int p, int pairs, int named) {
+inline int X2Steps8(const ChromaRun& run, int p, int pairs, int named) {
   static constexpr Table16 kShufU = PairShuffle(kX2First, 0);
   static constexpr Table16 kShufV = PairShuffle(kX2First, 1);
   const __m128i shuf_u = LoadTable(kShufU), shuf_v = LoadTable(kShufV);
@@ -129,25 +112,17 @@ inline int X2Steps8(const Run& run, int p, int pairs, int named) {
                                       _mm_maddubs_epi16(_mm_shuffle_epi8(bottom, shuf), ones));
     return _mm_srli_epi16(_mm_add_epi16(sum, two), 2);
   };
-  for (; p + 8 <= pairs; p += 8) {
-    const int a = p;  // byte of small pair p / 2
+  return X2Walk(p, pairs, [&](int q) {
+    const int a = q;  // byte of small pair q / 2
     const __m128i top = LoadWindow(run.s0 + a, named - a);
     const __m128i bottom = LoadWindow(run.s1 + a, named - a);
     const __m128i u = mean(top, bottom, shuf_u), v = mean(top, bottom, shuf_v);
-    for (int i = 0; i < run.n; ++i) BlendStore16(run.row[i], p, u, v);
-  }
-  return p;
+    for (int i = 0; i < run.n; ++i) BlendStore16(run.row[i], q, u, v);
+  });
 }
 
-// ---- x4, x8: lane j (pair p + j, p a multiple of F or of 4) reads small
-// pairs j/F and j/F + 1 with phase j mod F. fx = 256 i / F, so
-// (L*(256-fx) + R*fx + 128) >> 8 == (L*(F-i) + R*i + F/2) / F: maddubs forms
-// the small sum (<= 255 * 8) and mulhrs(x, 32768 / F) == (x + F/2) >> log2 F.
-constexpr LaneFirst PhaseFirst(int F) {
-  LaneFirst f{};
-  for (int j = 0; j < 8; ++j) f.pair[j] = j / F;
-  return f;
-}
+// ---- x4, x8: maddubs forms the small sum and
+// mulhrs(x, 32768 / F) == (x + F/2) >> log2 F.
 constexpr Table16 PhaseWeights(int F) {
   Table16 t{};
   for (int j = 0; j < 8; ++j) {
@@ -157,13 +132,11 @@ constexpr Table16 PhaseWeights(int F) {
   return t;
 }
 
-// x4, x8 from pair p: 8 pairs per step, then one group of 4 (x4's
-// bulk_pairs is a multiple of 4, x8's of 8). The window of small pairs p/F..
-// is read only as far as the bulk names (pair (bulk_pairs - 1) / F + 1).
-// Per column group the four horizontal vectors are formed once and stay in
-// registers while the run's rows take their vertical step and blend.
+// x4, x8 from pair p. Per column group the four horizontal vectors are
+// formed once and stay in registers while the run's rows take their vertical
+// step and blend.
 template <int F>
-void X48Steps8(const Run& run, int p, int bulk_pairs, int named) {
+void XFSteps8(const ChromaRun& run, int p, int bulk_pairs, int named) {
   static constexpr Table16 kShufU = PairShuffle(PhaseFirst(F), 0);
   static constexpr Table16 kShufV = PairShuffle(PhaseFirst(F), 1);
   static constexpr Table16 kWeights = PhaseWeights(F);
@@ -186,26 +159,15 @@ void X48Steps8(const Run& run, int p, int bulk_pairs, int named) {
       store(run.row[i], p, Vertical(u0, u1, fy7[i]), Vertical(v0, v1, fy7[i]));
     }
   };
-  for (; p + 8 <= bulk_pairs; p += 8) group(p, BlendStore16);
-  if (p < bulk_pairs) group(p, BlendStore8);
+  XFWalk(p, bulk_pairs, group, BlendStore16, BlendStore8);
 }
 
-// ---- x6: a block of 24 pairs (two groups of 12) from pair 1 + 24b reads
-// small pairs 4b..4b+4 (10 bytes, one window); its pair 1 + 24b + q has
-// x0 = 4b + q/6 and cycle step q mod 6. Part v holds q = 8v..8v+7; a lone
-// last group of 12 uses part 0 and lanes 0..3 of part 1.
-constexpr int kX6Parts = 3;
-constexpr LaneFirst X6First(int part) {
-  LaneFirst f{};
-  for (int j = 0; j < 8; ++j) f.pair[j] = (8 * part + j) / kX6Cycle;
-  return f;
-}
+// ---- x6: the weights of one part, left and right per lane.
 constexpr UTable16 X6Weights(int part) {
   UTable16 t{};
-  for (int j = 0; j < 8; ++j) {
-    const int i = (8 * part + j) % kX6Cycle;
-    t.b[2 * j] = static_cast<uint8_t>(kX6Left[i]);
-    t.b[2 * j + 1] = static_cast<uint8_t>(kX6Right[i]);
+  for (int j = 0; j < kStepPairs; ++j) {
+    t.b[2 * j] = static_cast<uint8_t>(X6LeftWeight(part, j));
+    t.b[2 * j + 1] = static_cast<uint8_t>(X6RightWeight(part, j));
   }
   return t;
 }
