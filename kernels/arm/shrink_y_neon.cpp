@@ -1,18 +1,13 @@
-// NEON row helpers of the luma shrink (the plane driver and the scalar
-// formulas are in blur/shrink_y.cpp).
+// NEON steps of the luma shrink under the row loops of
+// kernels/shrink_y_loops.h (the plane driver and the scalar formulas are in
+// blur/shrink_y.cpp).
 #include <arm_neon.h>
 
 #include <cstdint>
 
-#include "kernels/row_kernels.h"
+#include "kernels/shrink_y_loops.h"
 
 namespace {
-
-constexpr int kGroup = 8;  // outputs per vector step
-
-// Taps 1,1 / 1,1,1,1 / 1,1,2,2,1,1 / 1 x 8; the sums are 2, 4, 8, 8.
-constexpr int TapWeight(int factor, int i) { return factor == 6 && (i == 2 || i == 3) ? 2 : 1; }
-constexpr int TapShift(int factor) { return factor == 2 ? 1 : factor == 4 ? 2 : 3; }
 
 // Eight 16-bit sums (<= 2040) to eight bytes; vrshrn adds half the divisor
 // before the shift, the formula's rounding.
@@ -46,16 +41,9 @@ inline uint8x8_t Eighth64(const uint8_t* p) {
   return RoundNarrow<8>(vpaddq_u16(a, b));
 }
 
-// Vector groups of 8 over columns below x8 (the group of column x starts at
-// x * cx, at 2x for factor 2); remainder: the scalar formula on columns
-// x8..w - 1, no overlap.
+// Vector groups of 8 over columns below x8.
 template <int kFactor>
-void HorizontalRow_NEON(const uint8_t* src, uint8_t* out, int begin, int w, int cx) {
-  const auto formula = ScalarRowKernels().luma_shrink_horizontal[kFactor / 2 - 1];
-  // The factor 6 and 8 vector groups assume a step of kFactor samples.
-  if ((kFactor == 6 || kFactor == 8) && cx != kFactor) return formula(src, out, begin, w, cx);
-  const int x8 = w - w % kGroup;
-  int x = begin;
+int HorizontalSteps(const uint8_t* src, uint8_t* out, int x, int x8, int cx) {
   if (kFactor == 2) {
     // vld2 splits even and odd samples; vrhadd is (a + b + 1) >> 1.
     for (; x + 2 * kGroup <= x8; x += 2 * kGroup) {
@@ -76,7 +64,7 @@ void HorizontalRow_NEON(const uint8_t* src, uint8_t* out, int begin, int w, int 
       vst1_u8(out + x, Eighth64(group));
     }
   }
-  formula(src, out, x, w, cx);
+  return x;
 }
 
 // 16 columns from kFactor rows `stride` apart, summed in words (at most
@@ -95,29 +83,18 @@ inline uint8x16_t VerticalMean16(const uint8_t* column, int stride) {
   return vcombine_u8(RoundNarrow<kFactor>(lo), RoundNarrow<kFactor>(hi));
 }
 
-// 16 columns per step (factor 2: vrhadd, exactly (a + b + 1) >> 1);
-// remainder: the scalar formula on the last w % 16 columns, no overlap.
+// 16 columns per step (factor 2: vrhadd, exactly (a + b + 1) >> 1).
 template <int kFactor>
-void VerticalRow_NEON(const uint8_t* rows, uint8_t* out, int begin, int w) {
-  int x = begin;
+int VerticalSteps(const uint8_t* rows, uint8_t* out, int x, int w) {
   for (; x + 16 <= w; x += 16) {
     const uint8_t* column = rows + x;
     const uint8x16_t v = kFactor == 2 ? vrhaddq_u8(vld1q_u8(column), vld1q_u8(column + w))
                                       : VerticalMean16<kFactor>(column, w);
     vst1q_u8(out + x, v);
   }
-  ScalarRowKernels().luma_shrink_vertical[kFactor / 2 - 1](rows, out, x, w);
+  return x;
 }
 
 }  // namespace
 
-void FillShrinkY_NEON(RowKernels* k) {
-  k->luma_shrink_horizontal[0] = HorizontalRow_NEON<2>;
-  k->luma_shrink_horizontal[1] = HorizontalRow_NEON<4>;
-  k->luma_shrink_horizontal[2] = HorizontalRow_NEON<6>;
-  k->luma_shrink_horizontal[3] = HorizontalRow_NEON<8>;
-  k->luma_shrink_vertical[0] = VerticalRow_NEON<2>;
-  k->luma_shrink_vertical[1] = VerticalRow_NEON<4>;
-  k->luma_shrink_vertical[2] = VerticalRow_NEON<6>;
-  k->luma_shrink_vertical[3] = VerticalRow_NEON<8>;
-}
+void FillShrinkY_NEON(RowKernels* k) { FillShrinkYLoops(k); }

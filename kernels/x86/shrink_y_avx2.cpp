@@ -1,4 +1,4 @@
-// AVX2 row helpers of the luma shrink (the plane driver and the scalar
+// AVX2 steps of the luma shrink (the plane driver and the scalar
 // formulas are in blur/shrink_y.cpp): the SSE4.1 members with 16 or 32
 // outputs per step, their 8- and 16-wide steps kept for the remainders.
 //
@@ -9,7 +9,6 @@
 
 #include <cstdint>
 
-#include "kernels/row_kernels.h"
 #include "kernels/x86/shrink_y_x86.h"
 
 namespace {
@@ -86,17 +85,9 @@ inline __m128i Eighth128(const uint8_t* p) {
 }
 
 // Wide steps while whole (factor 2: 32 outputs; 4, 6, 8: 16, contiguous
-// groups only, cx == factor), then groups of 8 over columns below x8
-// (the group of column x starts at x * cx with cx = kFactor for 6 and 8, at
-// x * cx for 4, at 2x for 2); remainder: the scalar formula on columns
-// x8..w - 1, no overlap.
+// groups only, cx == factor), then groups of 8.
 template <int kFactor>
-void HorizontalRow_AVX2(const uint8_t* src, uint8_t* out, int begin, int w, int cx) {
-  const auto formula = ScalarRowKernels().luma_shrink_horizontal[kFactor / 2 - 1];
-  // The factor 6 and 8 vector groups assume a step of kFactor samples.
-  if ((kFactor == 6 || kFactor == 8) && cx != kFactor) return formula(src, out, begin, w, cx);
-  const int x8 = w - w % kGroup;
-  int x = begin;
+int HorizontalSteps(const uint8_t* src, uint8_t* out, int x, int x8, int cx) {
   if (kFactor == 2) {
     for (; x + 4 * kGroup <= x8; x += 4 * kGroup)
       _mm256_storeu_si256(reinterpret_cast<__m256i*>(out + x), Halve64(src + 2 * x));
@@ -112,8 +103,7 @@ void HorizontalRow_AVX2(const uint8_t* src, uint8_t* out, int begin, int w, int 
       }
     }
   }
-  x = HorizontalGroups8<kFactor>(src, out, x, x8, cx);
-  formula(src, out, x, w, cx);
+  return HorizontalGroups8<kFactor>(src, out, x, x8, cx);
 }
 
 // 32 columns from kFactor rows, in words (columns 0..15, 16..31).
@@ -130,11 +120,9 @@ inline __m256i VerticalSum16(const uint8_t* rows, int w, bool high) {
 }
 
 // 32 columns per step, then 16 (factor 2: avg_epu8, exactly
-// (a + b + 1) >> 1); remainder: the scalar formula on the last w % 16
-// columns, no overlap.
+// (a + b + 1) >> 1).
 template <int kFactor>
-void VerticalRow_AVX2(const uint8_t* rows, uint8_t* out, int begin, int w) {
-  int x = begin;
+int VerticalSteps(const uint8_t* rows, uint8_t* out, int x, int w) {
   for (; x + 32 <= w; x += 32) {
     const uint8_t* column = rows + x;
     __m256i v;
@@ -149,19 +137,9 @@ void VerticalRow_AVX2(const uint8_t* rows, uint8_t* out, int begin, int w) {
     }
     _mm256_storeu_si256(reinterpret_cast<__m256i*>(out + x), v);
   }
-  x = VerticalSteps16<kFactor>(rows, out, x, w);
-  ScalarRowKernels().luma_shrink_vertical[kFactor / 2 - 1](rows, out, x, w);
+  return VerticalSteps16<kFactor>(rows, out, x, w);
 }
 
 }  // namespace
 
-void FillShrinkY_AVX2(RowKernels* k) {
-  k->luma_shrink_horizontal[0] = HorizontalRow_AVX2<2>;
-  k->luma_shrink_horizontal[1] = HorizontalRow_AVX2<4>;
-  k->luma_shrink_horizontal[2] = HorizontalRow_AVX2<6>;
-  k->luma_shrink_horizontal[3] = HorizontalRow_AVX2<8>;
-  k->luma_shrink_vertical[0] = VerticalRow_AVX2<2>;
-  k->luma_shrink_vertical[1] = VerticalRow_AVX2<4>;
-  k->luma_shrink_vertical[2] = VerticalRow_AVX2<6>;
-  k->luma_shrink_vertical[3] = VerticalRow_AVX2<8>;
-}
+void FillShrinkY_AVX2(RowKernels* k) { FillShrinkYLoops(k); }

@@ -1,6 +1,7 @@
-// 128-bit helpers of the luma shrink, shared by its SSE4.1 and AVX2 units.
-// Include only from those units: everything here has internal linkage, so
-// each unit keeps its own copy built with its own flags.
+// 128-bit steps of the luma shrink, shared by its SSE4.1 and AVX2 units under
+// the row loops of kernels/shrink_y_loops.h. Include only from those units:
+// everything here has internal linkage, so each unit keeps its own copy
+// built with its own flags.
 #ifndef DOFRA_KERNELS_X86_SHRINK_Y_X86_H
 #define DOFRA_KERNELS_X86_SHRINK_Y_X86_H
 
@@ -8,16 +9,9 @@
 
 #include <cstdint>
 
-#include "kernels/row_kernels.h"
+#include "kernels/shrink_y_loops.h"
 
 namespace {
-
-constexpr int kGroup = 8;  // outputs per vector step
-
-// Taps 1,1 / 1,1,1,1 / 1,1,2,2,1,1 / 1 x 8; the sums are 2, 4, 8, 8.
-constexpr int TapWeight(int factor, int i) { return factor == 6 && (i == 2 || i == 3) ? 2 : 1; }
-constexpr int TapShift(int factor) { return factor == 2 ? 1 : factor == 4 ? 2 : 3; }
-constexpr int TapRound(int factor) { return 1 << (TapShift(factor) - 1); }
 
 inline __m128i Load16(const uint8_t* p) {
   return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
