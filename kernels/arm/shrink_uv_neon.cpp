@@ -1,42 +1,34 @@
-// NEON row helpers of the chroma shrink (the plane drivers and the scalar
-// formulas are in blur/shrink_uv.cpp). Widths count bytes; a pair is one U
-// byte and one V byte, and channels never mix.
+// NEON steps of the chroma shrink under the row loops of
+// kernels/shrink_uv_loops.h (the plane drivers and the scalar formulas are
+// in blur/shrink_uv.cpp).
 #include <arm_neon.h>
 
 #include <cstdint>
 
-#include "kernels/row_kernels.h"
-#include "kernels/fixed_point.h"
+#include "kernels/shrink_uv_loops.h"
 
 namespace {
 
-constexpr int kBytesPerPair = 2;
 constexpr int kVec = 16;
 constexpr int kPairsPerStep = 8;  // output pairs per horizontal step
-constexpr int kX2GroupBytes = 2 * kBytesPerPair;
 
-// Remainder: vector on whole steps of 8 pairs, then the scalar formula pair
-// by pair. The factor-2 groups are always 4 bytes apart: vld2 on 16-bit
-// lanes splits even pairs from odd ones, and vrhadd is (a + b + 1) >> 1
-// byte by byte.
-void ShrinkX2Horizontal_NEON(const uint8_t* src, uint8_t* dst, int p_begin, int p_end,
-                             int group_bytes) {
-  int p = p_begin;
-  for (; group_bytes == kX2GroupBytes && p + kPairsPerStep <= p_end; p += kPairsPerStep) {
+// Whole steps of 8 pairs: vld2 on 16-bit lanes splits even pairs from odd
+// ones, and vrhadd is (a + b + 1) >> 1 byte by byte.
+int X2HorizontalSteps(const uint8_t* src, uint8_t* dst, int p, int p_end) {
+  for (; p + kPairsPerStep <= p_end; p += kPairsPerStep) {
     const int x = kBytesPerPair * p;
     const uint16x8x2_t v = vld2q_u16(reinterpret_cast<const uint16_t*>(src + 2 * x));
     vst1q_u8(dst + x, vrhaddq_u8(vreinterpretq_u8_u16(v.val[0]), vreinterpretq_u8_u16(v.val[1])));
   }
-  ScalarRowKernels().chroma_shrink_horizontal[0](src, dst, p, p_end, group_bytes);
+  return p;
 }
 
-// Remainder: 16 bytes at a time, then the scalar formula byte by byte.
-void ShrinkX2Vertical_NEON(const uint8_t* top, uint8_t* dst, int x_begin, int x_end, int stride) {
-  int x = x_begin;
+// 16 bytes at a time.
+int X2VerticalSteps(const uint8_t* top, uint8_t* dst, int x, int x_end, int stride) {
   for (; x + kVec <= x_end; x += kVec) {
     vst1q_u8(dst + x, vrhaddq_u8(vld1q_u8(top + x), vld1q_u8(top + stride + x)));
   }
-  ScalarRowKernels().chroma_shrink_vertical[0](top, dst, x, x_end, stride);
+  return x;
 }
 
 // Sums per channel of 8 consecutive groups (8 * kFactor pairs from g), as
@@ -92,30 +84,25 @@ inline uint16x8x2_t GroupSums<6>(const uint8_t* g) {
   return {{vpaddq_u16(a.val[0], b.val[0]), vpaddq_u16(a.val[1], b.val[1])}};
 }
 
-// Horizontal pass, 8 output pairs per step when the groups are contiguous
-// (cx == factor, as the pipeline passes), each step reading exactly its 8
-// groups; remainder: the scalar formula, also for cx != factor.
+// Horizontal pass, 8 output pairs per step, each step reading exactly its 8
+// groups.
 template <int kFactor>
-void ShrinkPairHorizontal_NEON(const uint8_t* src, uint8_t* dst, int p_begin, int p_end,
-                               int group_bytes) {
+int PairHorizontalSteps(const uint8_t* src, uint8_t* dst, int p, int p_end) {
   constexpr int kGroup = kBytesPerPair * kFactor;
   constexpr int kShift = Taps<kFactor>::kShift;
-  int p = p_begin;
-  for (; group_bytes == kGroup && p + kPairsPerStep <= p_end; p += kPairsPerStep) {
+  for (; p + kPairsPerStep <= p_end; p += kPairsPerStep) {
     const uint16x8x2_t sums = GroupSums<kFactor>(src + kGroup * p);
     // vrshrn adds half the divisor before the shift; vst2 interleaves U, V.
     vst2_u8(dst + kBytesPerPair * p,
             (uint8x8x2_t{{vrshrn_n_u16(sums.val[0], kShift), vrshrn_n_u16(sums.val[1], kShift)}}));
   }
-  ScalarRowKernels().chroma_shrink_horizontal[kFactor / 2 - 1](src, dst, p, p_end, group_bytes);
+  return p;
 }
 
-// Vertical pass, 16 bytes per step as u16 lanes; remainder: the scalar
-// formula byte by byte.
+// Vertical pass, 16 bytes per step as u16 lanes.
 template <int kFactor>
-void ShrinkPairVertical_NEON(const uint8_t* top, uint8_t* dst, int x_begin, int x_end, int stride) {
+int PairVerticalSteps(const uint8_t* top, uint8_t* dst, int x, int x_end, int stride) {
   constexpr int kShift = Taps<kFactor>::kShift;
-  int x = x_begin;
   for (; x + kVec <= x_end; x += kVec) {
     uint16x8_t lo = vdupq_n_u16(0);
     uint16x8_t hi = lo;
@@ -128,18 +115,9 @@ void ShrinkPairVertical_NEON(const uint8_t* top, uint8_t* dst, int x_begin, int 
     }
     vst1q_u8(dst + x, vcombine_u8(vrshrn_n_u16(lo, kShift), vrshrn_n_u16(hi, kShift)));
   }
-  ScalarRowKernels().chroma_shrink_vertical[kFactor / 2 - 1](top, dst, x, x_end, stride);
+  return x;
 }
 
 }  // namespace
 
-void FillShrinkUV_NEON(RowKernels* k) {
-  k->chroma_shrink_horizontal[0] = ShrinkX2Horizontal_NEON;
-  k->chroma_shrink_horizontal[1] = ShrinkPairHorizontal_NEON<4>;
-  k->chroma_shrink_horizontal[2] = ShrinkPairHorizontal_NEON<6>;
-  k->chroma_shrink_horizontal[3] = ShrinkPairHorizontal_NEON<8>;
-  k->chroma_shrink_vertical[0] = ShrinkX2Vertical_NEON;
-  k->chroma_shrink_vertical[1] = ShrinkPairVertical_NEON<4>;
-  k->chroma_shrink_vertical[2] = ShrinkPairVertical_NEON<6>;
-  k->chroma_shrink_vertical[3] = ShrinkPairVertical_NEON<8>;
-}
+void FillShrinkUV_NEON(RowKernels* k) { FillShrinkUVLoops(k); }

@@ -1,7 +1,6 @@
-// AVX2 row helpers of the chroma shrink (the plane drivers and the scalar
-// formulas are in blur/shrink_uv.cpp): the SSE4.1 members with 32 output
-// bytes per step, their 16-byte steps kept for the remainders. Widths count
-// bytes; a pair is one U byte and one V byte, and channels never mix.
+// AVX2 steps of the chroma shrink (the plane drivers and the scalar formulas
+// are in blur/shrink_uv.cpp): the SSE4.1 steps with 32 output bytes per
+// step, their 16-byte steps kept for the remainders.
 //
 // Everything here, the shared header's helpers included, has internal
 // linkage: a shared inline helper compiled with -mavx2 could be the copy an
@@ -10,7 +9,6 @@
 
 #include <cstdint>
 
-#include "kernels/row_kernels.h"
 #include "kernels/x86/shrink_uv_x86.h"
 
 namespace {
@@ -29,34 +27,27 @@ inline __m256i LoadLanes(const uint8_t* lo, const uint8_t* hi) {
 // The packs work per 128-bit lane; 0xD8 puts the four quarters back in order.
 constexpr int kQuartersInOrder = 0xD8;
 
-// Remainder: vector on whole steps of 16 pairs, then 8, then the scalar
-// formula pair by pair (reads stay inside the 4 * p_end source bytes). The
-// factor-2 groups are always 4 bytes apart.
-void ShrinkX2Horizontal_AVX2(const uint8_t* src, uint8_t* dst, int p_begin, int p_end,
-                             int group_bytes) {
+// Whole steps of 16 pairs, then 8 (reads stay inside the 4 * p_end source
+// bytes).
+int X2HorizontalSteps(const uint8_t* src, uint8_t* dst, int p, int p_end) {
   // Per 16-byte half: even pairs to the low 8 bytes, odd pairs to the high 8.
   const __m256i split2 = _mm256_broadcastsi128_si256(
       _mm_setr_epi8(0, 1, 4, 5, 8, 9, 12, 13, 2, 3, 6, 7, 10, 11, 14, 15));
-  int p = p_begin;
-  for (; group_bytes == kX2GroupBytes && p + kVec <= p_end; p += kVec) {
+  for (; p + kVec <= p_end; p += kVec) {
     const int x = kBytesPerPair * p;
     const __m256i a = _mm256_shuffle_epi8(Load32(src + 2 * x), split2);
     const __m256i b = _mm256_shuffle_epi8(Load32(src + 2 * x + 2 * kVec), split2);
     const __m256i avg = _mm256_avg_epu8(_mm256_unpacklo_epi64(a, b), _mm256_unpackhi_epi64(a, b));
     Store32(dst + x, _mm256_permute4x64_epi64(avg, kQuartersInOrder));
   }
-  p = X2HorizontalSteps8(src, dst, p, p_end, group_bytes);
-  ScalarRowKernels().chroma_shrink_horizontal[0](src, dst, p, p_end, group_bytes);
+  return X2HorizontalSteps8(src, dst, p, p_end);
 }
 
-// Remainder: 32 bytes at a time, then 16, then the scalar formula byte by
-// byte.
-void ShrinkX2Vertical_AVX2(const uint8_t* top, uint8_t* dst, int x_begin, int x_end, int stride) {
-  int x = x_begin;
+// 32 bytes at a time, then 16.
+int X2VerticalSteps(const uint8_t* top, uint8_t* dst, int x, int x_end, int stride) {
   for (; x + 2 * kVec <= x_end; x += 2 * kVec)
     Store32(dst + x, _mm256_avg_epu8(Load32(top + x), Load32(top + stride + x)));
-  x = X2VerticalSteps16(top, dst, x, x_end, stride);
-  ScalarRowKernels().chroma_shrink_vertical[0](top, dst, x, x_end, stride);
+  return X2VerticalSteps16(top, dst, x, x_end, stride);
 }
 
 // FourPairSums in each lane: lane 0 for the pairs from g, lane 1 for those
@@ -77,47 +68,40 @@ inline __m256i FourPairSums2(const uint8_t* g, int gb, __m256i shuffle, __m256i 
   return _mm256_packs_epi32(ab, cd);
 }
 
-// 16 pairs per step, then 8. Remainder: the scalar formula, for the pairs
-// whose 16-byte load would reach past the row's last named source byte, and
-// for cx != factor.
+// 16 pairs per step, then 8, up to the pairs whose 16-byte load would reach
+// past the row's last named source byte.
 template <int kFactor>
-void ShrinkPairHorizontal_AVX2(const uint8_t* src, uint8_t* dst, int p_begin, int p_end,
-                               int group_bytes) {
+int PairHorizontalSteps(const uint8_t* src, uint8_t* dst, int p, int p_end) {
   constexpr int kGroup = kBytesPerPair * kFactor;
   constexpr int kShift = Taps<kFactor>::kShift;
-  int p = p_begin;
-  if (group_bytes == kGroup) {
-    using T = HorizontalTables<kFactor>;
-    const __m128i shuffle = _mm_loadu_si128(reinterpret_cast<const __m128i*>(T::kShuffle.b));
-    const __m128i taps = _mm_loadu_si128(reinterpret_cast<const __m128i*>(T::kTaps.b));
-    // The last load of a step starts at the group of pair p + 16 - kPairsPerLoad.
-    const int named = kGroup * p_end;
-    const __m256i shuffle2 = _mm256_broadcastsi128_si256(shuffle);
-    const __m256i taps2 = _mm256_broadcastsi128_si256(taps);
-    const __m256i ones2 = _mm256_set1_epi16(1);
-    const __m256i round2 = _mm256_set1_epi16(1 << (kShift - 1));
-    for (; kGroup * (p + 16 - T::kPairsPerLoad) + 16 <= named; p += 16) {
-      const uint8_t* g = src + kGroup * p;
-      const __m256i lo = FourPairSums2<kFactor>(g, kGroup, shuffle2, taps2, ones2);
-      const __m256i hi = FourPairSums2<kFactor>(g + 4 * kGroup, kGroup, shuffle2, taps2, ones2);
-      const __m256i out =
-          _mm256_packus_epi16(_mm256_srli_epi16(_mm256_add_epi16(lo, round2), kShift),
-                              _mm256_srli_epi16(_mm256_add_epi16(hi, round2), kShift));
-      Store32(dst + kBytesPerPair * p, out);
-    }
-    p = PairHorizontalSteps8<kFactor>(src, dst, p, p_end);
+  using T = HorizontalTables<kFactor>;
+  const __m128i shuffle = _mm_loadu_si128(reinterpret_cast<const __m128i*>(T::kShuffle.b));
+  const __m128i taps = _mm_loadu_si128(reinterpret_cast<const __m128i*>(T::kTaps.b));
+  // The last load of a step starts at the group of pair p + 16 - kPairsPerLoad.
+  const int named = kGroup * p_end;
+  const __m256i shuffle2 = _mm256_broadcastsi128_si256(shuffle);
+  const __m256i taps2 = _mm256_broadcastsi128_si256(taps);
+  const __m256i ones2 = _mm256_set1_epi16(1);
+  const __m256i round2 = _mm256_set1_epi16(1 << (kShift - 1));
+  for (; kGroup * (p + 16 - T::kPairsPerLoad) + 16 <= named; p += 16) {
+    const uint8_t* g = src + kGroup * p;
+    const __m256i lo = FourPairSums2<kFactor>(g, kGroup, shuffle2, taps2, ones2);
+    const __m256i hi = FourPairSums2<kFactor>(g + 4 * kGroup, kGroup, shuffle2, taps2, ones2);
+    const __m256i out =
+        _mm256_packus_epi16(_mm256_srli_epi16(_mm256_add_epi16(lo, round2), kShift),
+                            _mm256_srli_epi16(_mm256_add_epi16(hi, round2), kShift));
+    Store32(dst + kBytesPerPair * p, out);
   }
-  ScalarRowKernels().chroma_shrink_horizontal[kFactor / 2 - 1](src, dst, p, p_end, group_bytes);
+  return PairHorizontalSteps8<kFactor>(src, dst, p, p_end);
 }
 
 // Vertical pass, 32 bytes per step, then 16, as u16 lanes (the in-lane
-// unpacks and packs cancel out); remainder: the scalar formula byte by byte.
+// unpacks and packs cancel out).
 template <int kFactor>
-void ShrinkPairVertical_AVX2(const uint8_t* top, uint8_t* dst, int x_begin, int x_end, int stride) {
+int PairVerticalSteps(const uint8_t* top, uint8_t* dst, int x, int x_end, int stride) {
   constexpr int kShift = Taps<kFactor>::kShift;
   const __m256i round2 = _mm256_set1_epi16(1 << (kShift - 1));
   const __m256i zero2 = _mm256_setzero_si256();
-  int x = x_begin;
   for (; x + 32 <= x_end; x += 32) {
     __m256i lo = round2, hi = round2;
     for (int i = 0; i < kFactor; ++i) {
@@ -131,19 +115,9 @@ void ShrinkPairVertical_AVX2(const uint8_t* top, uint8_t* dst, int x_begin, int 
     Store32(dst + x,
             _mm256_packus_epi16(_mm256_srli_epi16(lo, kShift), _mm256_srli_epi16(hi, kShift)));
   }
-  x = PairVerticalSteps16<kFactor>(top, dst, x, x_end, stride);
-  ScalarRowKernels().chroma_shrink_vertical[kFactor / 2 - 1](top, dst, x, x_end, stride);
+  return PairVerticalSteps16<kFactor>(top, dst, x, x_end, stride);
 }
 
 }  // namespace
 
-void FillShrinkUV_AVX2(RowKernels* k) {
-  k->chroma_shrink_horizontal[0] = ShrinkX2Horizontal_AVX2;
-  k->chroma_shrink_horizontal[1] = ShrinkPairHorizontal_AVX2<4>;
-  k->chroma_shrink_horizontal[2] = ShrinkPairHorizontal_AVX2<6>;
-  k->chroma_shrink_horizontal[3] = ShrinkPairHorizontal_AVX2<8>;
-  k->chroma_shrink_vertical[0] = ShrinkX2Vertical_AVX2;
-  k->chroma_shrink_vertical[1] = ShrinkPairVertical_AVX2<4>;
-  k->chroma_shrink_vertical[2] = ShrinkPairVertical_AVX2<6>;
-  k->chroma_shrink_vertical[3] = ShrinkPairVertical_AVX2<8>;
-}
+void FillShrinkUV_AVX2(RowKernels* k) { FillShrinkUVLoops(k); }

@@ -1,6 +1,7 @@
-// 128-bit helpers of the chroma shrink, shared by its SSE4.1 and AVX2 units.
-// Include only from those units: everything here has internal linkage, so
-// each unit keeps its own copy built with its own flags.
+// 128-bit steps of the chroma shrink, shared by its SSE4.1 and AVX2 units
+// under the row loops of kernels/shrink_uv_loops.h. Include only from those
+// units: everything here has internal linkage, so each unit keeps its own
+// copy built with its own flags.
 #ifndef DOFRA_KERNELS_X86_SHRINK_UV_X86_H
 #define DOFRA_KERNELS_X86_SHRINK_UV_X86_H
 
@@ -8,25 +9,21 @@
 
 #include <cstdint>
 
-#include "kernels/fixed_point.h"
+#include "kernels/shrink_uv_loops.h"
 
 namespace {
 
-constexpr int kBytesPerPair = 2;
 constexpr int kVec = 16;
-constexpr int kX2GroupBytes = 2 * kBytesPerPair;
 
 inline __m128i Load16(const uint8_t* p) {
   return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
 }
 
-// Factor-2 steps of 8 pairs from p while whole (the groups are always 4
-// bytes apart); returns the first pair left to the scalar formula.
-inline int X2HorizontalSteps8(const uint8_t* src, uint8_t* dst, int p, int p_end, int group_bytes) {
+// Factor-2 steps of 8 pairs from p while whole; returns the first pair left.
+inline int X2HorizontalSteps8(const uint8_t* src, uint8_t* dst, int p, int p_end) {
   // Per 16-byte half: even pairs to the low 8 bytes, odd pairs to the high 8.
   const __m128i split = _mm_setr_epi8(0, 1, 4, 5, 8, 9, 12, 13, 2, 3, 6, 7, 10, 11, 14, 15);
-  for (; group_bytes == kX2GroupBytes && p + kVec / kBytesPerPair <= p_end;
-       p += kVec / kBytesPerPair) {
+  for (; p + kVec / kBytesPerPair <= p_end; p += kVec / kBytesPerPair) {
     const int x = kBytesPerPair * p;
     const __m128i a = _mm_shuffle_epi8(Load16(src + 2 * x), split);
     const __m128i b = _mm_shuffle_epi8(Load16(src + 2 * x + kVec), split);
