@@ -1,16 +1,14 @@
-// NEON row helpers of the box smoothing (the plane drivers and the scalar
-// formulas are in blur/smooth.cpp).
+// NEON steps of the box smoothing under the row loops of
+// kernels/smooth_loops.h (the plane drivers and the scalar formulas are in
+// blur/smooth.cpp).
 #include <arm_neon.h>
 
 #include <cstdint>
 #include <cstring>
 
-#include "kernels/row_kernels.h"
+#include "kernels/smooth_loops.h"
 
 namespace {
-
-constexpr uint32_t kHalfQ10 = 512;  // rounding of a Q10 product
-constexpr int kQ10Shift = 10;
 
 // Inclusive prefix sum of four lanes, per channel: two channels interleave
 // in the lanes when kLead is 2. vext with zero shifts lanes up.
@@ -33,22 +31,18 @@ inline uint32x4_t Load4Bytes(const uint8_t* p) {
   return vmovl_u16(vget_low_u16(vmovl_u8(vreinterpret_u8_u32(vdup_n_u32(bytes)))));
 }
 
-// Remainder: the scalar formula over the last n % 4 entries (a prefix sum
-// is not idempotent, so no overlapping vector); a row continued from
-// begin > 0 takes the formula throughout.
 template <int kLead>
-void IntegralRow_NEON(const uint8_t* expanded, uint32_t* column_sums, uint32_t* out, int begin,
-                      int n) {
+int IntegralSteps(const uint8_t* expanded, uint32_t* column_sums, uint32_t* out, int n) {
   uint32x4_t carry = vdupq_n_u32(0);
-  int q = begin;
-  for (; begin == 0 && q + 4 <= n; q += 4) {
+  int q = 0;
+  for (; q + 4 <= n; q += 4) {
     const uint32x4_t c = vaddq_u32(vld1q_u32(column_sums + q), Load4Bytes(expanded + q));
     vst1q_u32(column_sums + q, c);
     const uint32x4_t row = vaddq_u32(PrefixSum4<kLead>(c), carry);
     vst1q_u32(out + q, row);
     carry = CarryOut<kLead>(row);
   }
-  ScalarRowKernels().integral_row[kLead - 1](expanded, column_sums, out, q, n);
+  return q;
 }
 
 template <bool kTop>
@@ -73,14 +67,8 @@ inline uint8x8_t Normalise8Wide(uint32x4_t lo, uint32x4_t hi, uint32x4_t w) {
   return vmovn_u16(vcombine_u16(vmovn_u32(Normalise4(lo, w)), vmovn_u32(Normalise4(hi, w))));
 }
 
-// For r <= 5 and w <= 1023: S <= 11 * 11 * 255 < 2^15 and t <= S, so both
-// steps fit vqrdmulh, which is (a * b + 2^14) >> 15 (saturating only for
-// -32768 * -32768); with b = 32w that is exactly (S * w + 512) >> 10. The
+// The narrow steps: vqrdmulh (saturating only for -32768 * -32768); the
 // saturating narrow keeps S exact.
-constexpr int kNarrowMaxRadius = 5;
-constexpr uint32_t kNarrowMaxWeight = 1023;
-constexpr int kNarrowScale = 5;  // 2^15 / 2^10
-
 // Eight sums in words, each step as above, the result mod 256.
 inline uint8x8_t NormaliseWords8Narrow(int16x8_t sums, int16x8_t w_scaled) {
   const int16x8_t t = vqrdmulhq_s16(sums, w_scaled);
@@ -93,46 +81,23 @@ inline uint8x8_t Normalise8Narrow(uint32x4_t lo, uint32x4_t hi, int16x8_t w_scal
   return NormaliseWords8Narrow(vreinterpretq_s16_u16(sums), w_scaled);
 }
 
-// Vectors of 8 outputs from column kLead (the first columns lack their left
-// terms); remainder: the scalar formula over the columns after the last full
-// group, no overlap.
+// Vectors of 8 outputs.
 template <int kLead, bool kTop, bool kNarrow>
-void BoxRowWith(const uint32_t* top, const uint32_t* bottom, uint8_t* dst, int begin, int end,
-                int span, uint32_t w) {
-  const auto formula =
-      kTop ? ScalarRowKernels().box_row[kLead - 1] : ScalarRowKernels().box_row_anchor[kLead - 1];
-  const int head = begin >= kLead ? begin : (end < kLead ? end : kLead);
-  formula(top, bottom, dst, begin, head, span, w);
+int BoxSteps(const uint32_t* top, const uint32_t* bottom, uint8_t* dst, int x, int end, int span,
+             uint32_t w) {
   const int16x8_t w_scaled = vdupq_n_s16(static_cast<int16_t>(w << kNarrowScale));
   const uint32x4_t w_wide = vdupq_n_u32(w);
-  int x = head;
   for (; x + 8 <= end; x += 8) {
     const uint32x4_t lo = BoxSum4<kTop>(top, bottom, x + span, x - kLead);
     const uint32x4_t hi = BoxSum4<kTop>(top, bottom, x + 4 + span, x + 4 - kLead);
     vst1_u8(dst + x, kNarrow ? Normalise8Narrow(lo, hi, w_scaled) : Normalise8Wide(lo, hi, w_wide));
   }
-  formula(top, bottom, dst, x, end, span, w);
+  return x;
 }
 
-// The narrow steps when r <= 5 (span = 2r * kLead) and w <= 1023.
-template <int kLead, bool kTop>
-void BoxRow_NEON(const uint32_t* top, const uint32_t* bottom, uint8_t* dst, int begin, int end,
-                 int span, uint32_t w) {
-  if (span <= 2 * kNarrowMaxRadius * kLead && w <= kNarrowMaxWeight)
-    return BoxRowWith<kLead, kTop, true>(top, bottom, dst, begin, end, span, w);
-  BoxRowWith<kLead, kTop, false>(top, bottom, dst, begin, end, span, w);
-}
-
-// Sliding box (the driver is SlideBand in smooth.cpp): 2r + 1 shifted loads
-// of the 16-bit column sums give S, exact while it fits a word (r <= 7).
-constexpr int kAnyRadius = -1;  // template radius read at run time
-
-// sums[q] += add[q] (- sub[q]) over columns [begin, m), wrapping words;
-// remainder: the scalar formula over the last columns (not idempotent, no
-// overlap).
+// sums[q] += add[q] (- sub[q]), 16 columns per step.
 template <bool kSub>
-void SlideColumns(const uint8_t* add, const uint8_t* sub, uint16_t* sums, int begin, int m) {
-  int q = begin;
+int SlideSteps(const uint8_t* add, const uint8_t* sub, uint16_t* sums, int q, int m) {
   for (; q + 16 <= m; q += 16) {
     const uint8x16_t a = vld1q_u8(add + q);
     uint16x8_t lo = vaddw_u8(vld1q_u16(sums + q), vget_low_u8(a));
@@ -145,18 +110,7 @@ void SlideColumns(const uint8_t* add, const uint8_t* sub, uint16_t* sums, int be
     vst1q_u16(sums + q, lo);
     vst1q_u16(sums + q + 8, hi);
   }
-  if (kSub)
-    ScalarRowKernels().slide_add_sub(add, sub, sums, q, m);
-  else
-    ScalarRowKernels().slide_add(add, sums, q, m);
-}
-
-void SlideAdd_NEON(const uint8_t* add, uint16_t* sums, int begin, int m) {
-  SlideColumns<false>(add, nullptr, sums, begin, m);
-}
-
-void SlideAddSub_NEON(const uint8_t* add, const uint8_t* sub, uint16_t* sums, int begin, int m) {
-  SlideColumns<true>(add, sub, sums, begin, m);
+  return q;
 }
 
 // The horizontal 2r + 1 taps (kLead bytes apart) of eight outputs.
@@ -172,48 +126,17 @@ inline uint8x8_t NormaliseWords8Wide(uint16x8_t sums, uint32x4_t w) {
   return Normalise8Wide(vmovl_u16(vget_low_u16(sums)), vmovl_high_u16(sums), w);
 }
 
-// One strip row of outputs [begin, n) from its column sums. Remainder: one
-// last vector ending at n, overlapping outputs already written with the same
-// values (idempotent); rows narrower than a vector take the scalar formula.
 template <int kLead, int kR, bool kNarrow>
-void SlideBoxRowWith(const uint16_t* sums, uint8_t* dst, int begin, int n, int r, uint32_t w) {
-  if (n - begin < 8) return ScalarRowKernels().slide_box_row[kLead - 1](sums, dst, begin, n, r, w);
+void SlideBoxSteps(const uint16_t* sums, uint8_t* dst, int begin, int n, int r, uint32_t w) {
   const int16x8_t w_scaled = vdupq_n_s16(static_cast<int16_t>(w << kNarrowScale));
   const uint32x4_t w_wide = vdupq_n_u32(w);
-  for (int x = begin;; x += 8) {
-    if (x > n - 8) x = n - 8;
+  SlideWalk(begin, n, [&](int x) {
     const uint16x8_t sum = BoxSum8<kLead, kR>(sums + x, r);
     vst1_u8(dst + x, kNarrow ? NormaliseWords8Narrow(vreinterpretq_s16_u16(sum), w_scaled)
                              : NormaliseWords8Wide(sum, w_wide));
-    if (x == n - 8) break;
-  }
-}
-
-// The pipeline always runs r = 2, so that radius gets unrolled taps.
-constexpr int kPipelineRadius = 2;
-
-template <int kLead>
-void SlideBoxRow_NEON(const uint16_t* sums, uint8_t* dst, int begin, int n, int r, uint32_t w) {
-  const bool narrow = r <= kNarrowMaxRadius && w <= kNarrowMaxWeight;
-  if (r == kPipelineRadius) {
-    if (narrow) return SlideBoxRowWith<kLead, kPipelineRadius, true>(sums, dst, begin, n, r, w);
-    return SlideBoxRowWith<kLead, kPipelineRadius, false>(sums, dst, begin, n, r, w);
-  }
-  if (narrow) return SlideBoxRowWith<kLead, kAnyRadius, true>(sums, dst, begin, n, r, w);
-  SlideBoxRowWith<kLead, kAnyRadius, false>(sums, dst, begin, n, r, w);
+  });
 }
 
 }  // namespace
 
-void FillSmooth_NEON(RowKernels* k) {
-  k->integral_row[0] = IntegralRow_NEON<1>;
-  k->integral_row[1] = IntegralRow_NEON<2>;
-  k->box_row_anchor[0] = BoxRow_NEON<1, false>;
-  k->box_row_anchor[1] = BoxRow_NEON<2, false>;
-  k->box_row[0] = BoxRow_NEON<1, true>;
-  k->box_row[1] = BoxRow_NEON<2, true>;
-  k->slide_add = SlideAdd_NEON;
-  k->slide_add_sub = SlideAddSub_NEON;
-  k->slide_box_row[0] = SlideBoxRow_NEON<1>;
-  k->slide_box_row[1] = SlideBoxRow_NEON<2>;
-}
+void FillSmooth_NEON(RowKernels* k) { FillSmoothLoops(k); }
