@@ -5,11 +5,10 @@
 
 #include <cstdint>
 
-#include "kernels/row_kernels.h"
+#include "kernels/weight_loops.h"
 
 namespace {
 
-constexpr int kGroup = kWeightGroup;
 constexpr int kVec = 16;
 
 // (a * (256 - f) + b * f + 128) >> 8 == a + (((b - a) * f + 128) >> 8), as
@@ -104,22 +103,16 @@ void LerpGroup_NEON(const uint8_t* row, const ColumnTable& c, int g, int16x8_t* 
 // samples do not fit one load.
 void LerpPair_NEON(const uint8_t* row0, const uint8_t* row1, const ColumnTable& c, int from, int to,
                    uint16_t* top, int16_t* delta) {
-  const LerpPairFn formula = ScalarRowKernels().weight_lerp_pair;
-  int j = from;
-  for (int g = from / kGroup; j + kGroup <= to; ++g, j += kGroup) {
-    if (c.load_at[g] < 0) {
-      formula(row0, row1, c, j, j + kGroup, top, delta);
-      continue;
-    }
-    int16x8_t t0, t1, b0, b1;
-    LerpGroup_NEON(row0, c, g, &t0, &t1);
-    LerpGroup_NEON(row1, c, g, &b0, &b1);
-    vst1q_u16(top + j, vreinterpretq_u16_s16(t0));
-    vst1q_u16(top + j + 8, vreinterpretq_u16_s16(t1));
-    vst1q_s16(delta + j, vsubq_s16(b0, t0));
-    vst1q_s16(delta + j + 8, vsubq_s16(b1, t1));
-  }
-  formula(row0, row1, c, j, to, top, delta);
+  LerpPairWalk(row0, row1, c, from, to, top, delta, ScalarRowKernels().weight_lerp_pair,
+               [&](int g, int j) {
+                 int16x8_t t0, t1, b0, b1;
+                 LerpGroup_NEON(row0, c, g, &t0, &t1);
+                 LerpGroup_NEON(row1, c, g, &b0, &b1);
+                 vst1q_u16(top + j, vreinterpretq_u16_s16(t0));
+                 vst1q_u16(top + j + 8, vreinterpretq_u16_s16(t1));
+                 vst1q_s16(delta + j, vsubq_s16(b0, t0));
+                 vst1q_s16(delta + j + 8, vsubq_s16(b1, t1));
+               });
 }
 
 void MinMaxBody_NEON(const uint8_t* src, int body, uint8_t* min_out, uint8_t* max_out) {

@@ -10,11 +10,9 @@
 
 #include <cstdint>
 
-#include "kernels/row_kernels.h"
+#include "kernels/weight_loops.h"
 
 namespace {
-
-constexpr int kGroup = kWeightGroup;
 
 const RowKernels& Sse41() { return RowKernelsAt(SimdLevel::kSse41); }
 
@@ -163,17 +161,11 @@ __m256i LerpGroup(const uint8_t* row, const ColumnTable& c, int g) {
 // columns and on groups whose samples do not fit one load.
 void LerpPair_AVX2(const uint8_t* row0, const uint8_t* row1, const ColumnTable& c, int from, int to,
                    uint16_t* top, int16_t* delta) {
-  int j = from;
-  for (int g = from / kGroup; j + kGroup <= to; ++g, j += kGroup) {
-    if (c.load_at[g] < 0) {
-      Sse41().weight_lerp_pair(row0, row1, c, j, j + kGroup, top, delta);
-      continue;
-    }
+  LerpPairWalk(row0, row1, c, from, to, top, delta, Sse41().weight_lerp_pair, [&](int g, int j) {
     const __m256i upper = LerpGroup(row0, c, g);
     Store32(top + j, upper);
     Store32(delta + j, _mm256_sub_epi16(LerpGroup(row1, c, g), upper));
-  }
-  if (j < to) Sse41().weight_lerp_pair(row0, row1, c, j, to, top, delta);
+  });
 }
 
 // 16 entries per store; remainder: the SSE4.1 member.

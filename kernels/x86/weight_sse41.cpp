@@ -5,11 +5,10 @@
 
 #include <cstdint>
 
-#include "kernels/row_kernels.h"
+#include "kernels/weight_loops.h"
 
 namespace {
 
-constexpr int kGroup = kWeightGroup;
 constexpr int kVec = 16;
 
 // (a * (256 - f) + b * f + 128) >> 8 == a + (((b - a) * f + 128) >> 8), as
@@ -130,22 +129,16 @@ void LerpGroup_SSE41(const uint8_t* row, const ColumnTable& c, int g, __m128i* l
 // samples do not fit one load.
 void LerpPair_SSE41(const uint8_t* row0, const uint8_t* row1, const ColumnTable& c, int from,
                     int to, uint16_t* top, int16_t* delta) {
-  const LerpPairFn formula = ScalarRowKernels().weight_lerp_pair;
-  int j = from;
-  for (int g = from / kGroup; j + kGroup <= to; ++g, j += kGroup) {
-    if (c.load_at[g] < 0) {
-      formula(row0, row1, c, j, j + kGroup, top, delta);
-      continue;
-    }
-    __m128i t0, t1, b0, b1;
-    LerpGroup_SSE41(row0, c, g, &t0, &t1);
-    LerpGroup_SSE41(row1, c, g, &b0, &b1);
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(top + j), t0);
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(top + j + 8), t1);
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(delta + j), _mm_sub_epi16(b0, t0));
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(delta + j + 8), _mm_sub_epi16(b1, t1));
-  }
-  formula(row0, row1, c, j, to, top, delta);
+  LerpPairWalk(row0, row1, c, from, to, top, delta, ScalarRowKernels().weight_lerp_pair,
+               [&](int g, int j) {
+                 __m128i t0, t1, b0, b1;
+                 LerpGroup_SSE41(row0, c, g, &t0, &t1);
+                 LerpGroup_SSE41(row1, c, g, &b0, &b1);
+                 _mm_storeu_si128(reinterpret_cast<__m128i*>(top + j), t0);
+                 _mm_storeu_si128(reinterpret_cast<__m128i*>(top + j + 8), t1);
+                 _mm_storeu_si128(reinterpret_cast<__m128i*>(delta + j), _mm_sub_epi16(b0, t0));
+                 _mm_storeu_si128(reinterpret_cast<__m128i*>(delta + j + 8), _mm_sub_epi16(b1, t1));
+               });
 }
 
 // Folds the 16 lanes into lane 0 by halving four times.
