@@ -132,7 +132,8 @@ int DofraBlurImage(DofraHandle* handle, android::GraphicBuffer* src, android::Gr
   const int64_t luma_bytes = static_cast<int64_t>(handle->width) * handle->height;
   uint8_t* src_y = static_cast<uint8_t*>(src_addr);
   uint8_t* dst_y = static_cast<uint8_t*>(dst_addr);
-  blur_process(handle, src_y, src_y + luma_bytes, dst_y, dst_y + luma_bytes, nullptr);
+  blur_process(handle, src_y, src_y + luma_bytes, dst_y, dst_y + luma_bytes, nullptr,
+               handle->weight->weight_map);
 
   src->unlock();
   dst->unlock();

@@ -9,7 +9,6 @@
 #include "blur/frame_check.h"
 #include "dofra_depth.h"
 #include "pool/thread_pool.h"
-#include "weight/weight_context.h"
 
 namespace {
 
@@ -210,14 +209,13 @@ void* Smooth_UV_thread(void* band_task) {
 }
 
 void blur_process(DofraHandle* handle, uint8_t* src_y, uint8_t* src_uv, uint8_t* dst_y,
-                  uint8_t* dst_uv, uint8_t* smoothed) {
+                  uint8_t* dst_uv, uint8_t* smoothed, uint16_t* weight_map) {
   const int32_t N = handle->band_count;
   CThread_pool* pool = handle->pool;
   BandTask* tasks = handle->pThreadArg;
   const int32_t W = handle->width;
   const int32_t H = handle->height;
   BlurContext* ctx = handle->blur;
-  uint16_t* weight_map = handle->weight->weight_map;
   uint8_t* smooth_buf = smoothed != nullptr ? smoothed : ctx->smooth_img;
 
   reset_thread_done(pool);

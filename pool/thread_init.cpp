@@ -1,8 +1,8 @@
 #include <cstdlib>
 
 #include "api/log.h"
-#include "blur/blur_context.h"
 #include "dofra_depth.h"
+#include "pool/band_task.h"
 #include "pool/thread_pool.h"
 
 namespace {

@@ -126,7 +126,8 @@ std::vector<uint8_t> RunPipeline(const Handle& h, const Input& in, uint8_t fill)
   memcpy(src_y.data(), in.frame.data(), luma);
   memcpy(src_uv.data(), in.frame.data() + luma, luma / 2);
   GuardedBytes dst(in.frame.size(), fill, 3);
-  blur_process(h.handle, src_y.data(), src_uv.data(), dst.data(), dst.data() + luma, nullptr);
+  blur_process(h.handle, src_y.data(), src_uv.data(), dst.data(), dst.data() + luma, nullptr,
+               const_cast<uint16_t*>(in.weights.data()));
   EXPECT_TRUE(dst.GuardsIntact());
   return dst.Bytes();
 }
@@ -154,7 +155,7 @@ TEST_P(SmallFrames, AcceptedSizesAreProcessedExactly) {
       std::vector<uint8_t> frame = in.frame;
       const size_t luma = size_t(w) * h;
       blur_process(handle.handle, frame.data(), frame.data() + luma, frame.data(),
-                   frame.data() + luma, nullptr);
+                   frame.data() + luma, nullptr, const_cast<uint16_t*>(in.weights.data()));
       std::vector<uint8_t> expected = in.frame;
       BlurOneBandPerPlane(s, in.frame.data(), w, h, in.weights.data(), expected.data());
       ASSERT_EQ(frame, expected) << "in place";
