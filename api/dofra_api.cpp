@@ -84,7 +84,8 @@ int DofraInit(DofraHandle** out, DofraParams* params) {
   if (blur_init(params, handle) != 0) return InitFailed(handle);
   handle->weight = static_cast<WeightContext*>(calloc(1, sizeof(WeightContext)));
 
-  DOFRA_LOG(kLineBufferSum, kInitName, "DofraInit: buffer sum: %d KB\n", handle->buffer_total / 1024);
+  DOFRA_LOG(kLineBufferSum, kInitName, "DofraInit: buffer sum: %d KB\n",
+            handle->buffer_total / 1024);
   DOFRA_LOG(kLineInitTime, kInitName, "DofraInit: %.3f ms\n", ElapsedMs(t0));
   return 0;
 }

@@ -10,6 +10,8 @@
 #include "blur/dispatch.h"
 #include "dofra_depth.h"
 
+using namespace dofra;  // the library's internal names
+
 namespace {
 
 using bench::Frames;

@@ -10,6 +10,9 @@
 #include "dofra_depth.h"
 #include "pool/thread_pool.h"
 
+// The band pipeline runs the layer's tables and the pool's batch calls.
+using namespace dofra;
+
 namespace {
 
 // Fixed lines of the log, with the names they log under.

@@ -9,9 +9,11 @@
 // 255 * 256 + 128 = 65408 fits in an unsigned 16-bit lane.
 #include <cstdint>
 
-#include "kernels/fixed_point.h"
 #include "blur/kernels.h"
+#include "kernels/fixed_point.h"
 #include "kernels/row_kernels.h"
+
+namespace dofra {
 
 namespace {
 
@@ -187,7 +189,7 @@ int BulkPairsXF(int W) {
 // Main-row pairs [p_begin, p_end) with the phase of the pair number.
 template <int F>
 void XFPhasePairs_C(const ChromaRow& row, const uint8_t* s0, const uint8_t* s1, int fy, int p_begin,
-                     int p_end) {
+                    int p_end) {
   for (int p = p_begin; p < p_end; ++p) {
     const int x = kPair * (p / F);
     const int fx = (p % F) * kFracOne / F;
@@ -214,7 +216,7 @@ void XFBulk_C(const ChromaRun& run, int pairs) {
 // last F pairs vertical only.
 template <int F>
 void XFMainTail_C(const ChromaRow& row, const uint8_t* s0, const uint8_t* s1, int fy, int p_begin,
-                 int pairs, int dx) {
+                  int pairs, int dx) {
   for (int p = p_begin; p < pairs; ++p) {
     const Pos q = PosAt(p, dx);
     const int x = kPair * q.x0;
@@ -257,8 +259,7 @@ void XFBottomRow_C(const ChromaRow& row, const uint8_t* s0, int p_begin, int pai
 // positions p * dx equal the phase table. The _c members pass false.
 template <int F>
 void CompositeXF(XFBulkFn bulk, bool bulk_edges, const uint8_t* src, int W, int H, int sw, int sh,
-                  const uint16_t* weights, const uint8_t* small, uint8_t* out, int first,
-                  int last) {
+                 const uint16_t* weights, const uint8_t* small, uint8_t* out, int first, int last) {
   const int dx = sw * kPosOne / W;
   const int dy = sh * kPosOne / H;
   const int pairs = W / kPair;
@@ -370,7 +371,7 @@ void X6HorizontalRun(const ChromaRun& run, int pairs, int dx) {
 
 // Main row outside the bulk: pair 0, then pairs bulk_pairs + 1 on.
 void X6MainEdges_C(const ChromaRow& row, const uint8_t* s0, const uint8_t* s1, int fy, int pairs,
-                 int bulk_pairs, int dx) {
+                   int bulk_pairs, int dx) {
   const int u = X6Upper(fy);
   {
     int b[kPair];
@@ -467,6 +468,11 @@ void FillCompositeUV_C(RowKernels* k) {
   k->chroma_x8_bulk = XFBulk_C<8>;
 }
 
+}  // namespace dofra
+
+// The members keep their global names; their bodies run the layer's code.
+using namespace dofra;
+
 // The _c members skip the bulk on the bottom rows: they are the formula as
 // stated, pixel by pixel.
 DOFRA_BLEND(__CreateOutputImage_UV_x2_c) {
@@ -476,7 +482,7 @@ DOFRA_BLEND(__CreateOutputImage_UV_x2_c) {
 }
 DOFRA_BLEND(__CreateOutputImage_UV_x4_c) {
   CompositeXF<4>(ScalarRowKernels().chroma_x4_bulk, false, src, W, H, sw, sh, weights, small, out,
-                  first_row, last_row);
+                 first_row, last_row);
 }
 DOFRA_BLEND(__CreateOutputImage_UV_x6_c) {
   CompositeX6(ScalarRowKernels().chroma_x6_bulk, false, src, W, H, sw, sh, weights, small, out,
@@ -484,7 +490,7 @@ DOFRA_BLEND(__CreateOutputImage_UV_x6_c) {
 }
 DOFRA_BLEND(__CreateOutputImage_UV_x8_c) {
   CompositeXF<8>(ScalarRowKernels().chroma_x8_bulk, false, src, W, H, sw, sh, weights, small, out,
-                  first_row, last_row);
+                 first_row, last_row);
 }
 
 DOFRA_BLEND(__CreateOutputImage_UV_x2_neon) {
@@ -494,7 +500,7 @@ DOFRA_BLEND(__CreateOutputImage_UV_x2_neon) {
 }
 DOFRA_BLEND(__CreateOutputImage_UV_x4_neon) {
   CompositeXF<4>(ActiveRowKernels().chroma_x4_bulk, true, src, W, H, sw, sh, weights, small, out,
-                  first_row, last_row);
+                 first_row, last_row);
 }
 DOFRA_BLEND(__CreateOutputImage_UV_x6_neon) {
   CompositeX6(ActiveRowKernels().chroma_x6_bulk, true, src, W, H, sw, sh, weights, small, out,
@@ -502,5 +508,5 @@ DOFRA_BLEND(__CreateOutputImage_UV_x6_neon) {
 }
 DOFRA_BLEND(__CreateOutputImage_UV_x8_neon) {
   CompositeXF<8>(ActiveRowKernels().chroma_x8_bulk, true, src, W, H, sw, sh, weights, small, out,
-                  first_row, last_row);
+                 first_row, last_row);
 }

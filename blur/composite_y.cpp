@@ -12,9 +12,11 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "kernels/fixed_point.h"
 #include "blur/kernels.h"
+#include "kernels/fixed_point.h"
 #include "kernels/row_kernels.h"
+
+namespace dofra {
 
 namespace {
 
@@ -379,6 +381,11 @@ void FillCompositeY_C(RowKernels* k) {
   k->luma_x6_bulk = X6Bulk_C;
   k->luma_x8_bulk = XFBulk_C<8>;
 }
+
+}  // namespace dofra
+
+// The members keep their global names; their bodies run the layer's code.
+using namespace dofra;
 
 DOFRA_BLEND(__CreateOutputImage_Y_x2_neon) {
   CompositeX2(Planes{src, weights, small, out, W, H, sw, sh}, first_row, last_row,

@@ -2,6 +2,8 @@
 
 #include "kernels/simd_level.h"
 
+namespace dofra {
+
 // Constant-initialised, so the tables exist before any handle does.
 const BlurKernelTable kBlurKernels = {
     {__BiLinearInterp_Y_x2_neon, __BiLinearInterp_Y_x4_neon, __BiLinearInterp_Y_x6,
@@ -32,3 +34,5 @@ const BlurKernelTable kBlurKernelsC = {
 const BlurKernelTable& ActiveBlurKernels() {
   return ActiveSimdLevel() == SimdLevel::kScalar ? kBlurKernelsC : kBlurKernels;
 }
+
+}  // namespace dofra

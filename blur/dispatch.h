@@ -7,6 +7,8 @@
 #include "blur/kernels.h"
 #include "kernels/row_kernels.h"
 
+namespace dofra {
+
 struct BlurKernelTable {
   ShrinkFn shrink_y[kShrinkFactors];
   ShrinkFn shrink_uv[kShrinkFactors];
@@ -23,5 +25,7 @@ extern const BlurKernelTable kBlurKernelsC;
 
 // The members the pipeline runs at the active level.
 const BlurKernelTable& ActiveBlurKernels();
+
+}  // namespace dofra
 
 #endif  // DOFRA_BLUR_DISPATCH_H

@@ -10,6 +10,8 @@
 #include "kernels/fixed_point.h"
 #include "kernels/row_kernels.h"
 
+namespace dofra {
+
 namespace {
 
 constexpr int kBandCount = 2;  // the integral scratch sizes assume two bands
@@ -293,3 +295,5 @@ const char* blur_frame_refusal(int width, int height, int scale_factor, int kern
   if (const char* why = PlaneRefusal(luma)) return why;
   return PlaneRefusal(chroma);
 }
+
+}  // namespace dofra

@@ -11,6 +11,8 @@
 
 #include <cstdint>
 
+namespace dofra {
+
 // Shrink: (source, small, intermediate, W, H, w, h, y0, y1).
 using ShrinkFn = void (*)(const uint8_t* src, uint8_t* small, uint8_t* tmp, int W, int H, int w,
                           int h, int y0, int y1);
@@ -25,6 +27,9 @@ using BlendFn = void (*)(const uint8_t* src, int W, int H, int sw, int sh, const
 // Border expansion: (source, padded, w, h, r, first row, last row).
 using ExpandFn = void (*)(const uint8_t* src, uint8_t* dst, int w, int h, int r, int from, int to);
 
+}  // namespace dofra
+
+// The members themselves keep their global names.
 #define DOFRA_SHRINK(name)                                                                        \
   void name(const uint8_t* src, uint8_t* small, uint8_t* tmp, int W, int H, int w, int h, int y0, \
             int y1)

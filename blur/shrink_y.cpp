@@ -15,6 +15,8 @@
 #include "kernels/fixed_point.h"
 #include "kernels/row_kernels.h"
 
+namespace dofra {
+
 namespace {
 
 constexpr int kGroup = 8;  // outputs per vector step
@@ -78,6 +80,11 @@ void FillShrinkY_C(RowKernels* k) {
   k->luma_shrink_vertical[2] = VerticalRow_C<6>;
   k->luma_shrink_vertical[3] = VerticalRow_C<8>;
 }
+
+}  // namespace dofra
+
+// The members keep their global names; their bodies run the layer's code.
+using namespace dofra;
 
 DOFRA_SHRINK(__BiLinearInterp_Y_x2_neon) {
   Shrink<2>(ActiveRowKernels(), src, small, tmp, W, H, w, h, y0, y1);

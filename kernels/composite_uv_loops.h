@@ -12,6 +12,8 @@
 
 #include "kernels/row_kernels.h"
 
+namespace dofra {
+
 namespace {
 
 constexpr int kPair = 2;  // bytes per pair
@@ -107,5 +109,7 @@ inline void X6Walk(int bulk_pairs, Load load, Part part, Whole whole, Half half)
 inline int X6WindowByte(int p) { return kPair * ((p - 1) / kX6Cycle); }
 
 }  // namespace
+
+}  // namespace dofra
 
 #endif  // DOFRA_KERNELS_COMPOSITE_UV_LOOPS_H

@@ -9,6 +9,8 @@
 
 #include "kernels/row_kernels.h"
 
+namespace dofra {
+
 namespace {
 
 inline int Min(int a, int b) { return a < b ? a : b; }
@@ -91,5 +93,7 @@ inline void FillCompositeYLoops(RowKernels* k) {
 }
 
 }  // namespace
+
+}  // namespace dofra
 
 #endif  // DOFRA_KERNELS_COMPOSITE_Y_LOOPS_H

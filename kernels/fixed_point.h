@@ -7,6 +7,8 @@
 
 #include <cstdint>
 
+namespace dofra {
+
 namespace {
 
 // ---- Blend: out = (s * (1024 - w) + b * w + 512) >> 10.
@@ -81,5 +83,7 @@ constexpr int PosFrac(T pos) {
 }
 
 }  // namespace
+
+}  // namespace dofra
 
 #endif  // DOFRA_KERNELS_FIXED_POINT_H

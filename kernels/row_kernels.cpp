@@ -2,6 +2,8 @@
 
 #include <cstddef>
 
+namespace dofra {
+
 namespace {
 
 using FillFn = void (*)(RowKernels*);
@@ -81,3 +83,5 @@ const RowKernels& RowKernelsAt(SimdLevel level) {
 const RowKernels& ActiveRowKernels() { return RowKernelsAt(ActiveSimdLevel()); }
 
 const RowKernels& ScalarRowKernels() { return RowKernelsAt(SimdLevel::kScalar); }
+
+}  // namespace dofra

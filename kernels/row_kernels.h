@@ -20,6 +20,8 @@
 #include "kernels/simd_level.h"
 #include "kernels/weight_rows.h"
 
+namespace dofra {
+
 // Longest run of output rows that share their two small rows, handed to a
 // compositing bulk helper at once (it lives on the stack).
 constexpr int kMaxCompositeRun = 16;
@@ -27,10 +29,10 @@ constexpr int kMaxCompositeRun = 16;
 // What a plane driver and its bulk helpers agree on: the columns (luma) or
 // pairs (chroma) a bulk covers come in whole groups, and the edges the
 // driver keeps for its formulas.
-constexpr int kX2Group = 16;     // luma x2 bulk columns per group
-constexpr int kBulkGroup = 8;    // luma x4 / x8 bulk columns per group
-constexpr int kX6Group = 24;     // luma x6 bulk columns per group, chroma x6 bytes
-constexpr int kX6Edge = 5;       // x6: last columns (pairs) and bottom rows outside the bulk
+constexpr int kX2Group = 16;       // luma x2 bulk columns per group
+constexpr int kBulkGroup = 8;      // luma x4 / x8 bulk columns per group
+constexpr int kX6Group = 24;       // luma x6 bulk columns per group, chroma x6 bytes
+constexpr int kX6Edge = 5;         // x6: last columns (pairs) and bottom rows outside the bulk
 constexpr int kX6GroupPairs = 12;  // chroma x6 bulk pairs per group
 // Chroma x4 / x8 bulk bytes per group.
 constexpr int ChromaGroupBytes(int factor) { return factor == 4 ? 8 : 16; }
@@ -170,5 +172,7 @@ void FillShrinkY_NEON(RowKernels* k);
 void FillShrinkUV_NEON(RowKernels* k);
 void FillSmooth_NEON(RowKernels* k);
 void FillWeight_NEON(RowKernels* k);
+
+}  // namespace dofra
 
 #endif  // DOFRA_KERNELS_ROW_KERNELS_H

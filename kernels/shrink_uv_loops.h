@@ -11,6 +11,8 @@
 #include "kernels/fixed_point.h"
 #include "kernels/row_kernels.h"
 
+namespace dofra {
+
 namespace {
 
 constexpr int kBytesPerPair = 2;
@@ -27,8 +29,9 @@ template <int kFactor>
 int PairVerticalSteps(const uint8_t* top, uint8_t* dst, int x, int x_end, int stride);
 
 inline void ShrinkX2Horizontal(const uint8_t* src, uint8_t* dst, int p_begin, int p_end,
-                        int group_bytes) {
-  const int p = group_bytes == kX2GroupBytes ? X2HorizontalSteps(src, dst, p_begin, p_end) : p_begin;
+                               int group_bytes) {
+  const int p =
+      group_bytes == kX2GroupBytes ? X2HorizontalSteps(src, dst, p_begin, p_end) : p_begin;
   ScalarRowKernels().chroma_shrink_horizontal[FactorSlot(2)](src, dst, p, p_end, group_bytes);
 }
 
@@ -43,8 +46,7 @@ void ShrinkPairHorizontal(const uint8_t* src, uint8_t* dst, int p_begin, int p_e
                           int group_bytes) {
   int p = p_begin;
   if (group_bytes == kBytesPerPair * kFactor) p = PairHorizontalSteps<kFactor>(src, dst, p, p_end);
-  ScalarRowKernels().chroma_shrink_horizontal[FactorSlot(kFactor)](src, dst, p, p_end,
-                                                                   group_bytes);
+  ScalarRowKernels().chroma_shrink_horizontal[FactorSlot(kFactor)](src, dst, p, p_end, group_bytes);
 }
 
 template <int kFactor>
@@ -65,5 +67,7 @@ inline void FillShrinkUVLoops(RowKernels* k) {
 }
 
 }  // namespace
+
+}  // namespace dofra
 
 #endif  // DOFRA_KERNELS_SHRINK_UV_LOOPS_H

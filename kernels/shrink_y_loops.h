@@ -9,6 +9,8 @@
 #include "kernels/fixed_point.h"
 #include "kernels/row_kernels.h"
 
+namespace dofra {
+
 namespace {
 
 constexpr int kGroup = 8;  // outputs per narrowest vector step
@@ -53,5 +55,7 @@ inline void FillShrinkYLoops(RowKernels* k) {
 }
 
 }  // namespace
+
+}  // namespace dofra
 
 #endif  // DOFRA_KERNELS_SHRINK_Y_LOOPS_H

@@ -2,6 +2,8 @@
 
 #include <atomic>
 
+namespace dofra {
+
 namespace {
 
 // SSE4.1 is the x86-64 baseline the whole build is compiled for (see
@@ -64,3 +66,5 @@ const char* SimdLevelName(SimdLevel level) {
   }
   return "unknown";
 }
+
+}  // namespace dofra

@@ -4,6 +4,8 @@
 #ifndef DOFRA_KERNELS_SIMD_LEVEL_H
 #define DOFRA_KERNELS_SIMD_LEVEL_H
 
+namespace dofra {
+
 enum class SimdLevel { kScalar, kSse41, kAvx2, kNeon };
 
 // Every level, best first, the scalar formulas last. Dispatch, table
@@ -18,5 +20,7 @@ bool SimdLevelAvailable(SimdLevel level);
 // when the build or the CPU lacks it. Not for use while frames run.
 bool ForceSimdLevel(SimdLevel level);
 const char* SimdLevelName(SimdLevel level);
+
+}  // namespace dofra
 
 #endif  // DOFRA_KERNELS_SIMD_LEVEL_H

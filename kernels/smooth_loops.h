@@ -9,6 +9,8 @@
 
 #include "kernels/row_kernels.h"
 
+namespace dofra {
+
 namespace {
 
 constexpr uint32_t kHalfQ10 = 512;  // rounding of a Q10 product
@@ -131,5 +133,7 @@ inline void FillSmoothLoops(RowKernels* k) {
 }
 
 }  // namespace
+
+}  // namespace dofra
 
 #endif  // DOFRA_KERNELS_SMOOTH_LOOPS_H

@@ -6,6 +6,8 @@
 
 #include "kernels/row_kernels.h"
 
+namespace dofra {
+
 namespace {
 
 constexpr int kGroup = kWeightGroup;
@@ -27,5 +29,7 @@ inline void LerpPairWalk(const uint8_t* row0, const uint8_t* row1, const ColumnT
 }
 
 }  // namespace
+
+}  // namespace dofra
 
 #endif  // DOFRA_KERNELS_WEIGHT_LOOPS_H

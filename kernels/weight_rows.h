@@ -6,6 +6,8 @@
 
 #include <cstdint>
 
+namespace dofra {
+
 constexpr int kDepths = 256;
 constexpr int kShortDiffs = 32;     // two 16-entry byte shuffles
 constexpr int kWeightGroup = 16;    // pixels per vector step, one byte each
@@ -68,5 +70,7 @@ using FillRowFn = void (*)(uint16_t* out, int n, uint16_t w, bool stream);
 // a multiple of 16.
 using LerpPairFn = void (*)(const uint8_t* row0, const uint8_t* row1, const ColumnTable& c,
                             int from, int to, uint16_t* top, int16_t* delta);
+
+}  // namespace dofra
 
 #endif  // DOFRA_KERNELS_WEIGHT_ROWS_H

@@ -119,7 +119,8 @@ void RunTask(PoolTask* task) {
 int pool_init(CThread_pool** out, int32_t thread_num) {
   // Each worker's start argument lives in one of the record's fixed slots.
   if (thread_num > kMaxWorkers) {
-    DOFRA_LOG(kLineTooManyWorkers, kInitName, "can't start %d workers, at most %d\n", thread_num, kMaxWorkers);
+    DOFRA_LOG(kLineTooManyWorkers, kInitName, "can't start %d workers, at most %d\n", thread_num,
+              kMaxWorkers);
     return -1;
   }
   CThread_pool* pool = static_cast<CThread_pool*>(malloc(sizeof(CThread_pool)));
@@ -194,6 +195,8 @@ int pool_init(CThread_pool** out, int32_t thread_num) {
   return PoolInitFail(pool);
 }
 
+namespace dofra {
+
 int pool_queue_task(CThread_pool* pool, PoolProcess process, void* arg) {
   PoolTask* task = static_cast<PoolTask*>(malloc(sizeof(PoolTask)));
   if (task == nullptr) {
@@ -216,12 +219,16 @@ int pool_queue_task(CThread_pool* pool, PoolProcess process, void* arg) {
   return 0;
 }
 
+}  // namespace dofra
+
 int pool_add_worker(void* pool_arg, PoolProcess process, void* arg) {
   CThread_pool* pool = static_cast<CThread_pool*>(pool_arg);
-  pool_queue_task(pool, process, arg);
+  dofra::pool_queue_task(pool, process, arg);
   WakeSleepers(pool, 1, kNoCpu);
   return 0;
 }
+
+namespace dofra {
 
 void pool_run_queued(CThread_pool* pool, bool wake_workers) {
   // One wake-up per worker for the whole batch. The worker pinned to the
@@ -240,6 +247,8 @@ void pool_run_queued(CThread_pool* pool, bool wake_workers) {
     RunTask(task);
   }
 }
+
+}  // namespace dofra
 
 void* thread_routine(void* thread_arg) {
   ThreadArg* self = static_cast<ThreadArg*>(thread_arg);
@@ -284,8 +293,8 @@ int pool_destroy(CThread_pool* pool) {
     if (pool->thread_creatflag[i] != 1) continue;
     const int err = pthread_join(pool->threadid[i], nullptr);
     if (err != 0) {
-      DOFRA_LOG(kLineJoin, kDestroyName, "pthread_join fail: %s , i:%d , threadid:%d\n", strerror(err),
-                i, static_cast<int>(pool->threadid[i]));
+      DOFRA_LOG(kLineJoin, kDestroyName, "pthread_join fail: %s , i:%d , threadid:%d\n",
+                strerror(err), i, static_cast<int>(pool->threadid[i]));
       result = -1;
     }
   }

@@ -19,6 +19,8 @@
 #include "support/kernel_harness.h"
 #include "support/test_image.h"
 
+using namespace dofra;  // the library's internal names
+
 namespace {
 
 constexpr int kKernel = 5;

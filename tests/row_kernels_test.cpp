@@ -10,6 +10,8 @@
 #include <cstring>
 #include <vector>
 
+using namespace dofra;  // the library's internal names
+
 namespace {
 
 // Every member of the table is a function pointer.

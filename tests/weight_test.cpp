@@ -7,12 +7,14 @@
 #include <string>
 #include <vector>
 
-#include "kernels/simd_level.h"
 #include "blur/kernels.h"
+#include "kernels/simd_level.h"
 #include "support/log_capture.h"
 #include "support/test_image.h"
 #include "weight/weight_context.h"
 #include "weight/weight_internal.h"
+
+using namespace dofra;  // the library's internal names
 
 namespace {
 

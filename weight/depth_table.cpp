@@ -7,6 +7,7 @@
 #include "kernels/row_kernels.h"
 #include "weight/weight_internal.h"
 
+namespace dofra {
 namespace {
 
 constexpr float kFix19 = 1.9073486e-6f;  // 2^-19: the calibration's fraction bits
@@ -119,6 +120,11 @@ bool DepthCalibrationConvertible(const DepthCalibration& cal) {
   }
   return true;
 }
+
+}  // namespace dofra
+
+// The members keep their global names; their bodies run the layer's code.
+using namespace dofra;
 
 int InitDisparityToDepth(const DepthData* depth, uint8_t* table) {
   const DepthCalibration cal = ReadDepthCalibration(depth);

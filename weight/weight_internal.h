@@ -8,6 +8,8 @@
 
 #include "dofra_depth.h"
 
+namespace dofra {
+
 // Byte offsets of the calibration fields in the host's DepthData block; the
 // block may be unaligned, so they are read with memcpy.
 constexpr int kDepthCalibNumOffset = 16;
@@ -36,6 +38,8 @@ DepthCalibration ReadDepthCalibration(const DepthData* depth);
 // B != 0).
 bool DepthCalibrationConvertible(const DepthCalibration& cal);
 
+}  // namespace dofra
+
 int InitDisparityToDepth(const DepthData* depth, uint8_t* table);
 void __getRanged(const uint8_t* src, uint8_t* dst, int n, uint8_t unused_lo, uint8_t unused_hi,
                  const uint8_t* table);
@@ -55,6 +59,8 @@ void __updateMinMax(const uint8_t* src, uint16_t* histogram, int n, int ratio, i
 DOFRA_WEIGHT_UP(__WeightInterpolateUp);
 DOFRA_WEIGHT_UP(__WeightInterpolateUp_c);
 
+namespace dofra {
+
 // The weight path's members: the vectorised ones, or their formulas when the
 // scalar level is forced. The disparity smoothing is the blur's (its table).
 struct WeightKernelTable {
@@ -62,5 +68,7 @@ struct WeightKernelTable {
   DOFRA_WEIGHT_UP((*interpolate_up));
 };
 const WeightKernelTable& ActiveWeightKernels();
+
+}  // namespace dofra
 
 #endif  // DOFRA_WEIGHT_WEIGHT_INTERNAL_H

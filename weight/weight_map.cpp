@@ -15,6 +15,8 @@
 #include "weight/weight_internal.h"
 #include "weight/weight_pairs.h"
 
+namespace dofra {
+
 const uint8_t kStrengthTable[kStrengthLevels] = {0,   60,  68,  76,  82,  87,  92,  100, 103, 107,
                                                  110, 112, 114, 116, 118, 120, 122, 124, 126, 128};
 
@@ -198,6 +200,11 @@ void FillWeight_C(RowKernels* k) {
   k->weight_lerp_pair = LerpPair_C;
 }
 
+}  // namespace dofra
+
+// The members keep their global names; their bodies run the layer's code.
+using namespace dofra;
+
 DOFRA_WEIGHT_UP(__WeightInterpolateUp_c) {
   const int sx = (dW * kPosOne) / W;
   const int sy = (dH * kPosOne) / H;
@@ -264,6 +271,7 @@ DOFRA_WEIGHT_UP(__WeightInterpolateUp) {
   if (row.stream) k.weight_stream_fence();
 }
 
+namespace dofra {
 namespace {
 
 const WeightKernelTable kWeightKernels = {__getMinMax_neon, __WeightInterpolateUp};
@@ -274,6 +282,8 @@ const WeightKernelTable kWeightKernelsC = {__getMinMax_c, __WeightInterpolateUp_
 const WeightKernelTable& ActiveWeightKernels() {
   return ActiveSimdLevel() == SimdLevel::kScalar ? kWeightKernelsC : kWeightKernels;
 }
+
+}  // namespace dofra
 
 namespace {
 

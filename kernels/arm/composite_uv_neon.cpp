@@ -7,6 +7,8 @@
 
 #include "kernels/composite_uv_loops.h"
 
+namespace dofra {
+
 namespace {
 
 // The U lanes and the V lanes of 8 pairs.
@@ -224,3 +226,5 @@ void FillCompositeUV_NEON(RowKernels* k) {
   k->chroma_x6_bulk = X6Bulk_NEON;
   k->chroma_x8_bulk = XFBulk_NEON<8>;
 }
+
+}  // namespace dofra

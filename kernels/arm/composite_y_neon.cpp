@@ -8,6 +8,8 @@
 #include "kernels/composite_y_loops.h"
 #include "kernels/fixed_point.h"
 
+namespace dofra {
+
 namespace {
 
 // Small-row window of 8 bytes at p, of which only the first `need` are used.
@@ -211,3 +213,5 @@ void X6ZeroRow(const LumaRow& q, int n) {
 }  // namespace
 
 void FillCompositeY_NEON(RowKernels* k) { FillCompositeYLoops(k); }
+
+}  // namespace dofra

@@ -7,6 +7,8 @@
 
 #include "kernels/shrink_uv_loops.h"
 
+namespace dofra {
+
 namespace {
 
 constexpr int kVec = 16;
@@ -121,3 +123,5 @@ int PairVerticalSteps(const uint8_t* top, uint8_t* dst, int x, int x_end, int st
 }  // namespace
 
 void FillShrinkUV_NEON(RowKernels* k) { FillShrinkUVLoops(k); }
+
+}  // namespace dofra

@@ -7,6 +7,8 @@
 
 #include "kernels/shrink_y_loops.h"
 
+namespace dofra {
+
 namespace {
 
 // Eight 16-bit sums (<= 2040) to eight bytes; vrshrn adds half the divisor
@@ -98,3 +100,5 @@ int VerticalSteps(const uint8_t* rows, uint8_t* out, int x, int w) {
 }  // namespace
 
 void FillShrinkY_NEON(RowKernels* k) { FillShrinkYLoops(k); }
+
+}  // namespace dofra

@@ -8,6 +8,8 @@
 
 #include "kernels/smooth_loops.h"
 
+namespace dofra {
+
 namespace {
 
 // Inclusive prefix sum of four lanes, per channel: two channels interleave
@@ -140,3 +142,5 @@ void SlideBoxSteps(const uint16_t* sums, uint8_t* dst, int begin, int n, int r, 
 }  // namespace
 
 void FillSmooth_NEON(RowKernels* k) { FillSmoothLoops(k); }
+
+}  // namespace dofra

@@ -7,6 +7,8 @@
 
 #include "kernels/weight_loops.h"
 
+namespace dofra {
+
 namespace {
 
 constexpr int kVec = 16;
@@ -158,3 +160,5 @@ void FillWeight_NEON(RowKernels* k) {
   k->depth_lookup = Lookup_NEON;
   k->depth_min_max_body = MinMaxBody_NEON;
 }
+
+}  // namespace dofra

@@ -11,6 +11,8 @@
 #include "kernels/row_kernels.h"
 #include "kernels/x86/composite_uv_x86.h"
 
+namespace dofra {
+
 namespace {
 
 struct Table32 {
@@ -232,3 +234,5 @@ void FillCompositeUV_AVX2(RowKernels* k) {
   k->chroma_x6_bulk = X6Bulk_AVX2;
   k->chroma_x8_bulk = XFBulk_AVX2<8>;
 }
+
+}  // namespace dofra

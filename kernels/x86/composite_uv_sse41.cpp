@@ -5,6 +5,8 @@
 #include "kernels/row_kernels.h"
 #include "kernels/x86/composite_uv_x86.h"
 
+namespace dofra {
+
 namespace {
 
 // Remainder: 8 pairs per step while all fit, then the driver's formula.
@@ -69,3 +71,5 @@ void FillCompositeUV_SSE41(RowKernels* k) {
   k->chroma_x6_bulk = X6Bulk_SSE41;
   k->chroma_x8_bulk = XFBulk_SSE41<8>;
 }
+
+}  // namespace dofra

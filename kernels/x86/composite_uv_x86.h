@@ -11,6 +11,8 @@
 
 #include "kernels/composite_uv_loops.h"
 
+namespace dofra {
+
 namespace {
 
 inline __m128i Load16(const void* p) { return _mm_loadu_si128(static_cast<const __m128i*>(p)); }
@@ -173,5 +175,7 @@ constexpr UTable16 X6Weights(int part) {
 }
 
 }  // namespace
+
+}  // namespace dofra
 
 #endif  // DOFRA_KERNELS_X86_COMPOSITE_UV_X86_H

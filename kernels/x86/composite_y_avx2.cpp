@@ -12,6 +12,8 @@
 #include "kernels/row_kernels.h"
 #include "kernels/x86/composite_y_x86.h"
 
+namespace dofra {
+
 namespace {
 
 inline __m256i Load32(const void* p) { return _mm256_loadu_si256(static_cast<const __m256i*>(p)); }
@@ -225,3 +227,5 @@ void FillCompositeY_AVX2(RowKernels* k) {
   FillCompositeYLoops(k);
   k->luma_x2_bulk = X2Bulk_AVX2;  // the rows share their means
 }
+
+}  // namespace dofra

@@ -5,6 +5,8 @@
 #include "kernels/row_kernels.h"
 #include "kernels/x86/composite_y_x86.h"
 
+namespace dofra {
+
 namespace {
 
 // Vertical step and blend of strip columns [0, len) at row column c0, len a
@@ -44,3 +46,5 @@ void X6ZeroRow(const LumaRow& q, int n) {
 }  // namespace
 
 void FillCompositeY_SSE41(RowKernels* k) { FillCompositeYLoops(k); }
+
+}  // namespace dofra

@@ -12,6 +12,8 @@
 #include "kernels/composite_y_loops.h"
 #include "kernels/fixed_point.h"
 
+namespace dofra {
+
 namespace {
 
 inline __m128i Load8(const void* p) { return _mm_loadl_epi64(static_cast<const __m128i*>(p)); }
@@ -188,5 +190,7 @@ inline void X6HorizontalGroup(const LumaRow& q, int g0, int i, int named, StripC
 }
 
 }  // namespace
+
+}  // namespace dofra
 
 #endif  // DOFRA_KERNELS_X86_COMPOSITE_Y_X86_H

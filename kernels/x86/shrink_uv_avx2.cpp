@@ -11,6 +11,8 @@
 
 #include "kernels/x86/shrink_uv_x86.h"
 
+namespace dofra {
+
 namespace {
 
 inline __m256i Load32(const uint8_t* p) {
@@ -121,3 +123,5 @@ int PairVerticalSteps(const uint8_t* top, uint8_t* dst, int x, int x_end, int st
 }  // namespace
 
 void FillShrinkUV_AVX2(RowKernels* k) { FillShrinkUVLoops(k); }
+
+}  // namespace dofra

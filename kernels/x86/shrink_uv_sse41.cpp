@@ -6,6 +6,8 @@
 
 #include "kernels/x86/shrink_uv_x86.h"
 
+namespace dofra {
+
 namespace {
 
 int X2HorizontalSteps(const uint8_t* src, uint8_t* dst, int p, int p_end) {
@@ -32,3 +34,5 @@ int PairVerticalSteps(const uint8_t* top, uint8_t* dst, int x, int x_end, int st
 }  // namespace
 
 void FillShrinkUV_SSE41(RowKernels* k) { FillShrinkUVLoops(k); }
+
+}  // namespace dofra

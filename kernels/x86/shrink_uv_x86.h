@@ -11,6 +11,8 @@
 
 #include "kernels/shrink_uv_loops.h"
 
+namespace dofra {
+
 namespace {
 
 constexpr int kVec = 16;
@@ -140,5 +142,7 @@ inline int PairVerticalSteps16(const uint8_t* top, uint8_t* dst, int x, int x_en
 }
 
 }  // namespace
+
+}  // namespace dofra
 
 #endif  // DOFRA_KERNELS_X86_SHRINK_UV_X86_H

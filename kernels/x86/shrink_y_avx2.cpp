@@ -11,6 +11,8 @@
 
 #include "kernels/x86/shrink_y_x86.h"
 
+namespace dofra {
+
 namespace {
 
 // ---- 256-bit forms.
@@ -143,3 +145,5 @@ int VerticalSteps(const uint8_t* rows, uint8_t* out, int x, int w) {
 }  // namespace
 
 void FillShrinkY_AVX2(RowKernels* k) { FillShrinkYLoops(k); }
+
+}  // namespace dofra

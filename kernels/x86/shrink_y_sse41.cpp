@@ -6,6 +6,8 @@
 
 #include "kernels/x86/shrink_y_x86.h"
 
+namespace dofra {
+
 namespace {
 
 template <int kFactor>
@@ -29,3 +31,5 @@ int VerticalSteps(const uint8_t* rows, uint8_t* out, int x, int w) {
 }  // namespace
 
 void FillShrinkY_SSE41(RowKernels* k) { FillShrinkYLoops(k); }
+
+}  // namespace dofra

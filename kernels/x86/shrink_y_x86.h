@@ -11,6 +11,8 @@
 
 #include "kernels/shrink_y_loops.h"
 
+namespace dofra {
+
 namespace {
 
 inline __m128i Load16(const uint8_t* p) {
@@ -131,5 +133,7 @@ inline int VerticalSteps16(const uint8_t* rows, uint8_t* out, int x, int w) {
 }
 
 }  // namespace
+
+}  // namespace dofra
 
 #endif  // DOFRA_KERNELS_X86_SHRINK_Y_X86_H

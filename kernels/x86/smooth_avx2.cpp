@@ -12,6 +12,8 @@
 
 #include "kernels/row_kernels.h"
 
+namespace dofra {
+
 namespace {
 
 constexpr int kNarrowMaxRadius = 5;
@@ -103,3 +105,5 @@ void FillSmooth_AVX2(RowKernels* k) {
   k->slide_box_row[0] = SlideBoxRow_AVX2<1>;
   k->slide_box_row[1] = SlideBoxRow_AVX2<2>;
 }
+
+}  // namespace dofra

@@ -12,6 +12,8 @@
 
 #include "kernels/weight_loops.h"
 
+namespace dofra {
+
 namespace {
 
 const RowKernels& Sse41() { return RowKernelsAt(SimdLevel::kSse41); }
@@ -216,3 +218,5 @@ void FillWeight_AVX2(RowKernels* k) {
   k->weight_lerp_pair = LerpPair_AVX2;
   k->depth_lookup = Lookup_AVX2;
 }
+
+}  // namespace dofra

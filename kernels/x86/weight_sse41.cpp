@@ -7,6 +7,8 @@
 
 #include "kernels/weight_loops.h"
 
+namespace dofra {
+
 namespace {
 
 constexpr int kVec = 16;
@@ -174,3 +176,5 @@ void FillWeight_SSE41(RowKernels* k) {
   k->weight_lerp_pair = LerpPair_SSE41;
   k->depth_min_max_body = MinMaxBody_SSE41;
 }
+
+}  // namespace dofra

@@ -13,6 +13,8 @@
 #include "support/test_image.h"
 #include "weight/weight_internal.h"
 
+using namespace dofra;  // the library's internal names
+
 FencedBytes::FencedBytes(size_t size) : size_(size) {
   const size_t page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
   const size_t body = (size + page - 1) / page * page;

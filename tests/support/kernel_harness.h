@@ -35,7 +35,7 @@ struct KernelFamily {
 std::vector<KernelFamily> AllKernelFamilies();
 
 // Vectorised levels the build and the CPU offer; the others are named in `skipped`.
-std::vector<SimdLevel> VectorLevels(std::string* skipped);
+std::vector<dofra::SimdLevel> VectorLevels(std::string* skipped);
 
 // Bytes that end exactly at an inaccessible page, so that any read past
 // them faults in every build.

@@ -7,6 +7,8 @@
 
 #include "kernels/simd_level.h"
 
+using namespace dofra;  // the library's internal names
+
 int main(int argc, char** argv) {
   ::testing::InitGoogleTest(&argc, argv);
   for (int i = 1; i < argc; ++i) {
