@@ -59,7 +59,7 @@ inline int RunLength(int r, int last, int dy) {
 
 // Bulk helper: blends columns [0, n) and returns n, a multiple of 16 with
 // every column in it using the full 2x2 mean (n <= W - 2).
-using X2Bulk = decltype(RowKernels::luma_x2_bulk);
+using X2BulkFn = decltype(RowKernels::luma_x2_bulk);
 
 inline int Mean2x2(const LumaRow& q, int k) {
   return (q.s0[k] + q.s0[k + 1] + q.s1[k] + q.s1[k + 1] + 2) >> 2;  // sum <= 1022
@@ -113,7 +113,7 @@ LumaRow EdgeRow(const LumaRow& q, int c, const EdgeSamples& e) {
   return {q.src + c, q.w + c, q.out + c, e.s0, e.s1, q.fy, q.dx};
 }
 
-void CompositeX2(const Planes& p, int first, int last, X2Bulk bulk, bool bulk_edge) {
+void CompositeX2(const Planes& p, int first, int last, X2BulkFn bulk, bool bulk_edge) {
   // The formula halves coordinates whatever sw is; an even W makes both
   // last columns read sample W / 2 - 1 alone.
   const bool edge_in_bulk = bulk_edge && p.W % 2 == 0;
@@ -150,7 +150,7 @@ void CompositeX2(const Planes& p, int first, int last, X2Bulk bulk, bool bulk_ed
 
 // Bulk helper: blends main-row columns [0, end) of `count` rows that share
 // s0 and s1 with the fixed phase table of factor F; end is a multiple of 8.
-using XFBulk = decltype(RowKernels::luma_x4_bulk);
+using XFBulkFn = decltype(RowKernels::luma_x4_bulk);
 
 template <int F>
 inline int BilinearXF(const LumaRow& q, int x0, int fx) {
@@ -205,7 +205,7 @@ void XFBottomRow_C(const LumaRow& q, int W) {
 // columns (the last F among them) and the bottom rows (r1 = r0, whose
 // vertical step returns h0) take the bulk formula on the copy too.
 template <int F>
-void CompositeXF(const Planes& p, int first, int last, XFBulk bulk, bool bulk_edge) {
+void CompositeXF(const Planes& p, int first, int last, XFBulkFn bulk, bool bulk_edge) {
   const int dx = p.sw * kPosOne / p.W;
   const int dy = p.sh * kPosOne / p.H;
   const bool at_bottom = last == p.H - 1;
@@ -247,7 +247,7 @@ void CompositeXF(const Planes& p, int first, int last, XFBulk bulk, bool bulk_ed
 // Bulk helper: blends main-row columns [1, 1 + n) of `count` rows that share
 // s0 and s1 with the six-step cycle, n a multiple of 24. The upper weight is
 // q.fy ? 256 - q.fy : 0.
-using X6Bulk = decltype(RowKernels::luma_x6_bulk);
+using X6BulkFn = decltype(RowKernels::luma_x6_bulk);
 
 // Vertical step with the 8-bit upper weight u = (256 - fy) mod 256: a row
 // with fy = 0 gets weights 0 and 0, hence the blurred sample 0.
@@ -340,7 +340,7 @@ void X6HorizontalRows(const LumaRow* rows, int n, int W) {
 
 // Vector members take the edges a run (or rows sharing r0) at a time; the
 // _c members keep the formulas pixel by pixel.
-void CompositeX6(const Planes& p, int first, int last, X6Bulk bulk, bool by_run) {
+void CompositeX6(const Planes& p, int first, int last, X6BulkFn bulk, bool by_run) {
   const int dx = p.sw * kPosOne / p.W;
   const int dy = p.sh * kPosOne / p.H;
   const bool at_bottom = last == p.H - 1;

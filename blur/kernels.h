@@ -2,7 +2,7 @@
 // guarantees sizes and row ranges (checked once, when a handle is created).
 //
 // Every hand-vectorised member (suffix _neon: the row helpers of the active
-// instruction-set level, blur/row_kernels.h) has its plain scalar formula
+// instruction-set level, kernels/row_kernels.h) has its plain scalar formula
 // beside it under the same name with the suffix _c; the two give identical
 // bytes on every input. Members named without _neon may be vectorised inside
 // as well and then also keep a _c formula.

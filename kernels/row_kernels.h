@@ -34,8 +34,6 @@ constexpr int kBulkGroup = 8;      // luma x4 / x8 bulk columns per group
 constexpr int kX6Group = 24;       // luma x6 bulk columns per group, chroma x6 bytes
 constexpr int kX6Edge = 5;         // x6: last columns (pairs) and bottom rows outside the bulk
 constexpr int kX6GroupPairs = 12;  // chroma x6 bulk pairs per group
-// Chroma x4 / x8 bulk bytes per group.
-constexpr int ChromaGroupBytes(int factor) { return factor == 4 ? 8 : 16; }
 
 // The x6 compositing phase cycle, both planes: right weights are the
 // fractions of c * 10922, left weights 256 - right. The cycle never drifts.
@@ -72,7 +70,14 @@ struct ChromaRun {
 
 // Shrink factors 2, 4, 6, 8 index their entries as factor / 2 - 1.
 constexpr int kShrinkFactors = 4;
+
+// Unnamed, like every helper an instruction set's unit includes: a function
+// with external linkage compiled with AVX2 flags could be the copy kept.
+namespace {
 constexpr int FactorSlot(int factor) { return factor / 2 - 1; }
+// Chroma x4 / x8 bulk bytes per group.
+constexpr int ChromaGroupBytes(int factor) { return factor == 4 ? 8 : 16; }
+}  // namespace
 // Smoothing entries by the distance between same-channel samples: luma 1,
 // interleaved chroma 2, indexed as lead - 1.
 constexpr int kSmoothLeads = 2;

@@ -269,6 +269,7 @@ INSTANTIATE_TEST_SUITE_P(Sizes, BlurTest,
                          ::testing::Values(BlurCase{{kW, kH}, "in.png"},
                                            BlurCase{{203, 117}, "in.png"},
                                            BlurCase{{150, 98}, "in.jpg"},
+                                           BlurCase{{kW, 117}, "in.png"},
                                            BlurCase{{kW, kH}, "in.yuv"}));
 
 struct BadInput {
