@@ -11,8 +11,8 @@ enum class SimdLevel { kScalar, kSse41, kAvx2, kNeon };
 // Every level, best first, the scalar formulas last. Dispatch, table
 // building, the kernel harness and the tests walk this list: a new
 // instruction set is an entry here plus its units.
-inline constexpr SimdLevel kSimdLevels[] = {SimdLevel::kAvx2, SimdLevel::kSse41, SimdLevel::kNeon,
-                                            SimdLevel::kScalar};
+constexpr SimdLevel kSimdLevels[] = {SimdLevel::kAvx2, SimdLevel::kSse41, SimdLevel::kNeon,
+                                     SimdLevel::kScalar};
 
 SimdLevel ActiveSimdLevel();
 bool SimdLevelAvailable(SimdLevel level);
