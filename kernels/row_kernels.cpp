@@ -64,6 +64,17 @@ RowKernels BuildTable(SimdLevel level) {
 
 constexpr size_t kLevelCount = sizeof(kSimdLevels) / sizeof(kSimdLevels[0]);
 
+// Where each level stands in kSimdLevels, by the level's value: derived from
+// the list, so that the vector members' remainders find their table (row by
+// row) without a search.
+struct Positions {
+  size_t of[kLevelCount] = {};
+  constexpr Positions() {
+    for (size_t i = 0; i < kLevelCount; ++i) of[static_cast<size_t>(kSimdLevels[i])] = i;
+  }
+};
+constexpr Positions kPositions;
+
 struct Tables {
   RowKernels at[kLevelCount];  // in the order of kSimdLevels
   Tables() {
@@ -75,9 +86,7 @@ struct Tables {
 
 const RowKernels& RowKernelsAt(SimdLevel level) {
   static const Tables tables;
-  size_t i = 0;
-  while (kSimdLevels[i] != level && i + 1 < kLevelCount) ++i;
-  return tables.at[i];
+  return tables.at[kPositions.of[static_cast<size_t>(level)]];
 }
 
 const RowKernels& ActiveRowKernels() { return RowKernelsAt(ActiveSimdLevel()); }
