@@ -48,6 +48,9 @@ namespace {
 constexpr int kMaxDisparityValue = 255;
 
 struct Request {
+  bool raw;  // --nv21 rather than --image
+  std::string input_path;
+  Size raw_size;  // --size of a raw frame
   int scale;
   int level;
   Calibration calib;
@@ -56,35 +59,11 @@ struct Request {
   std::string weights_path;
   bool has_focus;
   Point focus;
+  bool has_map_size;
+  Size map_size;  // --disparity-size
   bool fill_unknown;
   uint8_t unknown;
 };
-
-Request ParseRequest(const Options& options) {
-  Request r;
-  r.scale = options.GetScale("--scale");
-  r.level = options.GetLevel("--level");
-  r.calib = ParseCalibration(options.Get("--calib"));
-  r.disparity_path = options.Get("--disparity");
-  r.out_path = options.Get("--output");
-  r.weights_path = options.Has("--weights") ? options.Get("--weights") : "";
-  r.has_focus = options.Has("--focus");
-  if (r.has_focus) r.focus = ParsePoint("--focus", options.Get("--focus"));
-  r.fill_unknown = !options.Has("--keep-unknown");
-  if (!r.fill_unknown && options.Has("--unknown")) {
-    throw InputError("--unknown and --keep-unknown exclude each other");
-  }
-  r.unknown = static_cast<uint8_t>(options.GetInt("--unknown", 0, kMaxDisparityValue));
-  if (!r.weights_path.empty() && !EndsWith(r.weights_path, ".png")) {
-    throw InputError("--weights must name a .png file, not '" + r.weights_path + "'");
-  }
-  CheckOutputPath(r.out_path);
-  if (!r.weights_path.empty()) CheckOutputPath(r.weights_path);
-  const std::string input = options.Has("--image") ? "--image" : "--nv21";
-  CheckNoOverwrite({{input, options.Get(input)}, {"--disparity", r.disparity_path}},
-                   {{"-o", r.out_path}, {"--weights", r.weights_path}});
-  return r;
-}
 
 Point FocusFor(const Request& r, Size picture) {
   const Point focus = r.has_focus ? r.focus : Point{picture.width / 2, picture.height / 2};
@@ -97,14 +76,63 @@ Point FocusFor(const Request& r, Size picture) {
 
 // The map size handed to the library: at most the picture's, so a claimed
 // size cannot cost more memory than the picture itself.
-Size MapSizeFor(const Options& options, Size picture) {
-  if (!options.Has("--disparity-size")) return DefaultDisparitySize(picture);
-  const Size size = options.GetSize("--disparity-size");
-  if (size.width > picture.width || size.height > picture.height) {
-    throw InputError("--disparity-size " + SizeText(size) + " is larger than the " +
+Size MapSizeFor(const Request& r, Size picture) {
+  if (!r.has_map_size) return DefaultDisparitySize(picture);
+  if (r.map_size.width > picture.width || r.map_size.height > picture.height) {
+    throw InputError("--disparity-size " + SizeText(r.map_size) + " is larger than the " +
                      SizeText(picture) + " picture");
   }
-  return size;
+  return r.map_size;
+}
+
+Request ParseRequest(const Options& options) {
+  Request r;
+  r.raw = options.Has("--nv21");
+  r.input_path = options.Get(r.raw ? "--nv21" : "--image");
+  if (r.raw) r.raw_size = options.GetSize("--size");
+  r.scale = options.GetScale("--scale");
+  r.level = options.GetLevel("--level");
+  r.calib = ParseCalibration(options.Get("--calib"));
+  r.disparity_path = options.Get("--disparity");
+  r.out_path = options.Get("--output");
+  r.weights_path = options.Has("--weights") ? options.Get("--weights") : "";
+  r.has_focus = options.Has("--focus");
+  if (r.has_focus) r.focus = ParsePoint("--focus", options.Get("--focus"));
+  r.has_map_size = options.Has("--disparity-size");
+  if (r.has_map_size) r.map_size = options.GetSize("--disparity-size");
+  r.fill_unknown = !options.Has("--keep-unknown");
+  if (!r.fill_unknown && options.Has("--unknown")) {
+    throw InputError("--unknown and --keep-unknown exclude each other");
+  }
+  r.unknown = static_cast<uint8_t>(options.GetInt("--unknown", 0, kMaxDisparityValue));
+  return r;
+}
+
+// Every check that needs no picture, made before any file is opened, so that
+// a bad option is reported as such whatever the files hold.
+void CheckWithoutFiles(const Request& r) {
+  const char* out_kind = r.raw ? ".yuv" : ".png";
+  if (!EndsWith(r.out_path, out_kind)) {
+    throw InputError(std::string("-o must name a ") + out_kind + " file for " +
+                     (r.raw ? "a raw frame" : "a picture") + ", not '" + r.out_path + "'");
+  }
+  if (!r.weights_path.empty() && !EndsWith(r.weights_path, ".png")) {
+    throw InputError("--weights must name a .png file, not '" + r.weights_path + "'");
+  }
+  if (r.raw) {
+    FocusFor(r, r.raw_size);
+    MapSizeFor(r, r.raw_size);
+  } else if (r.has_focus && (r.focus.x < 0 || r.focus.y < 0 || r.focus.x >= kMaxPictureSide ||
+                             r.focus.y >= kMaxPictureSide)) {
+    throw InputError("focus point " + std::to_string(r.focus.x) + "," + std::to_string(r.focus.y) +
+                     " lies outside any picture (0.." + std::to_string(kMaxPictureSide - 1) +
+                     " a side)");
+  }
+  CheckOutputPath(r.out_path);
+  if (!r.weights_path.empty()) CheckOutputPath(r.weights_path);
+  CheckNoOverwrite(
+      {{r.raw ? "--nv21" : "--image", r.input_path}, {"--disparity", r.disparity_path}},
+      {{"-o", r.out_path}, {"--weights", r.weights_path}});
 }
 
 // Unknown disparity filled from around it; the count for the summary line.
@@ -149,16 +177,13 @@ Image WithInputAlpha(Image out, const Image& picture, bool has_alpha) {
   return rgb;
 }
 
-int BlurPicture(const Options& options, const Request& r) {
-  if (!EndsWith(r.out_path, ".png")) {
-    throw InputError("-o must name a .png file for a picture, not '" + r.out_path + "'");
-  }
+int BlurPicture(const Request& r) {
   bool has_alpha = false;
-  const Image picture = ReadPicture(options.Get("--image"), &has_alpha);
+  const Image picture = ReadPicture(r.input_path, &has_alpha);
   const Size size{picture.width, picture.height};
   Image disparity = ReadGrayMap(r.disparity_path, size);
   const Point focus = FocusFor(r, size);
-  const Size map_size = MapSizeFor(options, size);
+  const Size map_size = MapSizeFor(r, size);
 
   FittedFrame fitted(size, r.scale);
   if (fitted.padded()) printf("%s\n", fitted.PaddingNote().c_str());
@@ -189,12 +214,12 @@ std::string RawRefusal(Size size, int scale) {
   return text;
 }
 
-int BlurRaw(const Options& options, const Request& r) {
-  if (!EndsWith(r.out_path, ".yuv")) {
-    throw InputError("-o must name a .yuv file for a raw frame, not '" + r.out_path + "'");
-  }
-  const Size size = options.GetSize("--size");
-  const std::string& path = options.Get("--nv21");
+int BlurRaw(const Request& r) {
+  const Size size = r.raw_size;
+  // The library's answer needs only the size: asked before any file is read.
+  std::unique_ptr<BlurSession> session = BlurSession::Open(size, r.scale);
+  if (!session) throw InputError(RawRefusal(size, r.scale));
+  const std::string& path = r.input_path;
   const size_t expected = Nv21Bytes(size.width, size.height);
   struct stat info;
   if (stat(path.c_str(), &info) == 0 && static_cast<uint64_t>(info.st_size) != expected) {
@@ -204,9 +229,7 @@ int BlurRaw(const Options& options, const Request& r) {
   const std::vector<uint8_t> frame_bytes = ReadBytes(path);
   Image disparity = ReadGrayMap(r.disparity_path, size);
   const Point focus = FocusFor(r, size);
-  const Size map_size = MapSizeFor(options, size);
-  std::unique_ptr<BlurSession> session = BlurSession::Open(size, r.scale);
-  if (!session) throw InputError(RawRefusal(size, r.scale));
+  const Size map_size = MapSizeFor(r, size);
   const int64_t filled = FillDisparity(r, &disparity);
   std::unique_ptr<WeightMapper> mapper = MapWeights(r, disparity, size, map_size, focus);
   std::copy(frame_bytes.begin(), frame_bytes.end(), session->source());
@@ -232,7 +255,8 @@ int RunBlur(const std::vector<std::string>& args) {
     throw InputError(raw ? "--nv21 needs --size WxH" : "--size is for --nv21 frames only");
   }
   const Request request = ParseRequest(options);
-  return raw ? BlurRaw(options, request) : BlurPicture(options, request);
+  CheckWithoutFiles(request);
+  return raw ? BlurRaw(request) : BlurPicture(request);
 }
 
 }  // namespace dofra_tool
