@@ -16,10 +16,16 @@ namespace dofra_tool {
 extern const CommandSpec kDemoCommand;
 extern const CommandSpec kBlurCommand;
 extern const CommandSpec kBenchCommand;
+#ifdef DOFRA_VIEW
+extern const CommandSpec kViewCommand;
+#endif
 
 int RunDemo(const std::vector<std::string>& args);
 int RunBlur(const std::vector<std::string>& args);
 int RunBench(const std::vector<std::string>& args);
+#ifdef DOFRA_VIEW
+int RunView(const std::vector<std::string>& args);
+#endif
 
 // Milliseconds since an arbitrary start, for timing stages.
 inline double NowMs() {
