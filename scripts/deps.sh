@@ -10,6 +10,8 @@ packages=(cmake g++ make pkg-config libgtest-dev libbenchmark-dev
           libgtest-dev:arm64 libpng-dev:arm64 zlib1g-dev:arm64 libjpeg62-turbo-dev:arm64
           libyuv-dev:arm64)
 if [ "${1:-}" = "--bench" ]; then packages+=(libopencv-dev); fi
+# dofra view: its HTTP and JSON libraries, and the browser its page is tested in.
+packages+=(libcpp-httplib-dev nlohmann-json3-dev chromium)
 missing=()
 for p in "${packages[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")

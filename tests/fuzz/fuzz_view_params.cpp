@@ -46,7 +46,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     FUZZ_CHECK(s.calib.calib_den != 0 && s.calib.map_scale_den != 0);
     // The values it settled on, given back as a request, parse the same.
     std::multimap<std::string, std::string> again;
-    for (const TuningParam& param : TuningParams()) again.emplace(param.key, ParamValue(param, values));
+    for (const TuningParam& param : TuningParams())
+      again.emplace(param.key, ParamValue(param, values));
     SettingValues values_again;
     const BlurSettings t = ParseRequest(command, start, again, kPicture, &values_again);
     FUZZ_CHECK(values_again == values);

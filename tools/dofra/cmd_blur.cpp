@@ -69,11 +69,11 @@ Outputs CheckOutputs(const Options& options) {
   return o;
 }
 
-std::string Summary(const BlurSettings& s, const std::string& out_path, Size size,
-                    const char* kind, Point focus, int64_t filled) {
-  return "wrote " + out_path + " (" + SizeText(size) + kind + ", scale " +
-         std::to_string(s.scale) + ", level " + std::to_string(s.level) + ", focus " +
-         std::to_string(focus.x) + "," + std::to_string(focus.y) + ", " + std::to_string(filled) +
+std::string Summary(const BlurSettings& s, const std::string& out_path, Size size, const char* kind,
+                    Point focus, int64_t filled) {
+  return "wrote " + out_path + " (" + SizeText(size) + kind + ", scale " + std::to_string(s.scale) +
+         ", level " + std::to_string(s.level) + ", focus " + std::to_string(focus.x) + "," +
+         std::to_string(focus.y) + ", " + std::to_string(filled) +
          " unknown disparity pixels filled)";
 }
 

@@ -26,12 +26,12 @@ std::vector<OptionSpec> ViewOptions() {
   std::vector<OptionSpec> options = {
       {"--image", "FILE", nullptr, "PNG or JPEG photograph"},
       {"--disparity", "FILE", nullptr, "8-bit gray PNG or JPEG disparity map"},
-      {"--demo", nullptr, nullptr, "the generated demo scene instead of --image and --disparity"},
+      {"--demo", nullptr, nullptr, "the demo scene, its calibration and focus, instead of files"},
       {"--size", "WxH", "960x540", "size of the --demo scene"},
       {"--out", "DIR", "out/view", "where --demo writes the scene's two files"},
-      {"--port", "N", "0", "port to serve on (0: any free port)"},
-      {"--listen", "ADDR", "127.0.0.1", "address to serve on; any other than loopback is reachable "
-                                        "from other machines"},
+      {"--port", "N", "0", "port to serve on, 0 for any free one"},
+      {"--listen", "ADDR", "127.0.0.1",
+       "address to serve on (other machines reach any but loopback)"},
   };
   for (const OptionSpec& option : SettingOptions()) options.push_back(option);
   options.push_back({"--verbose", nullptr, nullptr, "show the library's log lines"});
@@ -52,23 +52,20 @@ std::vector<std::string> DemoArgs(const Options& options, std::vector<std::strin
   const Scene scene = MakeScene(options.GetSize("--size"));
   const std::string dir = options.Get("--out");
   MakeDirectories(dir);
-  Image rgb(scene.picture.width, scene.picture.height, 3);
-  for (size_t i = 0, j = 0; i < rgb.pixels.size(); i += 3, j += 4) {
-    std::copy(&scene.picture.pixels[j], &scene.picture.pixels[j] + 3, &rgb.pixels[i]);
-  }
-  WritePng(dir + "/scene.png", rgb);
+  WritePng(dir + "/scene.png", scene.picture);
   WritePng(dir + "/scene_disparity.png", scene.disparity);
-  args.insert(args.end(), {"--image", dir + "/scene.png", "--disparity", dir + "/scene_disparity.png"});
+  args.insert(args.end(),
+              {"--image", dir + "/scene.png", "--disparity", dir + "/scene_disparity.png"});
   if (!options.Has("--focus")) {
     args.insert(args.end(),
                 {"--focus", std::to_string(scene.focus.x) + "," + std::to_string(scene.focus.y)});
   }
   if (!options.Has("--calib")) {
     const Calibration c = SceneCalibration();
-    args.insert(args.end(), {"--calib", std::to_string(c.calib_num) + "," +
-                                            std::to_string(c.calib_den) + "," +
-                                            std::to_string(c.map_scale_den) + "," +
-                                            std::to_string(c.map_scale_num)});
+    args.insert(
+        args.end(),
+        {"--calib", std::to_string(c.calib_num) + "," + std::to_string(c.calib_den) + "," +
+                        std::to_string(c.map_scale_den) + "," + std::to_string(c.map_scale_num)});
   }
   return args;
 }

@@ -16,9 +16,9 @@ namespace {
 
 using nlohmann::json;
 
-constexpr size_t kKeptTimes = 50;        // renders whose call times the page summarises
+constexpr size_t kKeptTimes = 50;          // renders whose call times the page summarises
 constexpr size_t kMaxRequestBytes = 4096;  // no route takes a body
-constexpr size_t kHttpThreads = 8;       // a browser keeps up to six connections
+constexpr size_t kHttpThreads = 8;         // a browser keeps up to six connections
 constexpr size_t kMaxParams = 32;
 
 // A render that a newer one replaced while it waited.
@@ -97,13 +97,18 @@ json Values(const SettingValues& values) {
   return out;
 }
 
-// A JSON header (length first, padded so the planes after it stay aligned
-// for typed arrays) and then the planes, for the page to split.
+// A JSON header (its length first, in the host's byte order as the planes'
+// samples are; padded so that the planes after it stay aligned for typed
+// arrays), then the planes, for the page to split.
 std::string Packed(const json& info, std::initializer_list<std::pair<const void*, size_t>> planes) {
   std::string header = info.dump(-1, ' ', true);
   header.resize((header.size() + 3) / 4 * 4, ' ');
   const uint32_t length = static_cast<uint32_t>(header.size());
-  std::string body(reinterpret_cast<const char*>(&length), sizeof(length));
+  size_t total = sizeof(length) + header.size();
+  for (const auto& plane : planes) total += plane.second;
+  std::string body;
+  body.reserve(total);
+  body.append(reinterpret_cast<const char*>(&length), sizeof(length));
   body += header;
   for (const auto& plane : planes) body.append(static_cast<const char*>(plane.first), plane.second);
   return body;
@@ -145,11 +150,13 @@ ViewServer::ViewServer(PictureRenderer* renderer, ViewSetup setup)
   });
   // A page on another site that rebinds its name to this address still
   // sends its own name as Host: it gets nothing.
-  http_.set_pre_routing_handler([this](const httplib::Request& request, httplib::Response& response) {
-    if (request.get_header_value("Host") == host_) return httplib::Server::HandlerResponse::Unhandled;
-    Reply(response, 403, "forbidden: the Host header must be " + host_);
-    return httplib::Server::HandlerResponse::Handled;
-  });
+  http_.set_pre_routing_handler(
+      [this](const httplib::Request& request, httplib::Response& response) {
+        if (request.get_header_value("Host") == host_)
+          return httplib::Server::HandlerResponse::Unhandled;
+        Reply(response, 403, "forbidden: the Host header must be " + host_);
+        return httplib::Server::HandlerResponse::Handled;
+      });
   http_.Get(".*", [this](const httplib::Request& request, httplib::Response& response) {
     Dispatch(request, response);
   });
@@ -161,8 +168,8 @@ ViewServer::ViewServer(PictureRenderer* renderer, ViewSetup setup)
 }
 
 int ViewServer::Bind(const std::string& address, int port) {
-  const int bound = port == 0 ? http_.bind_to_any_port(address)
-                              : (http_.bind_to_port(address, port) ? port : -1);
+  const int bound =
+      port == 0 ? http_.bind_to_any_port(address) : (http_.bind_to_port(address, port) ? port : -1);
   const bool v6 = address.find(':') != std::string::npos;
   host_ = (v6 ? "[" + address + "]" : address) + ":" + std::to_string(bound);
   return bound;
@@ -170,10 +177,11 @@ int ViewServer::Bind(const std::string& address, int port) {
 
 void ViewServer::Dispatch(const httplib::Request& request, httplib::Response& response) {
   using Handler = void (ViewServer::*)(const httplib::Request&, httplib::Response&);
-  static const std::pair<const char*, Handler> kRoutes[] = {{"/api/session", &ViewServer::Session},
-                                                            {"/api/input", &ViewServer::Input},
-                                                            {"/api/render", &ViewServer::Render},
-                                                            {"/api/export.png", &ViewServer::Export}};
+  static const std::pair<const char*, Handler> kRoutes[] = {
+      {"/api/session", &ViewServer::Session},
+      {"/api/input", &ViewServer::Input},
+      {"/api/render", &ViewServer::Render},
+      {"/api/export.png", &ViewServer::Export}};
   for (size_t i = 0; i < kViewAssetCount; ++i) {
     if (request.path != kViewAssets[i].path) continue;
     response.set_header("Content-Security-Policy", "default-src 'self'");
@@ -215,8 +223,7 @@ void ViewServer::Session(const httplib::Request&, httplib::Response& response) {
   const Size picture = renderer_->picture_size();
   const Size map = renderer_->map_size();
   const json session = {
-      {"picture",
-       {{"path", setup_.image}, {"width", picture.width}, {"height", picture.height}}},
+      {"picture", {{"path", setup_.image}, {"width", picture.width}, {"height", picture.height}}},
       {"disparity",
        {{"path", setup_.disparity},
         {"width", map.width},
@@ -229,52 +236,55 @@ void ViewServer::Session(const httplib::Request&, httplib::Response& response) {
 
 void ViewServer::Input(const httplib::Request&, httplib::Response& response) {
   const PictureInputs& in = renderer_->inputs();
-  response.body = Packed(json::object(), {{in.picture.pixels.data(), in.picture.pixels.size()},
-                                          {in.disparity.pixels.data(), in.disparity.pixels.size()}});
+  response.body =
+      Packed(json::object(), {{in.picture.pixels.data(), in.picture.pixels.size()},
+                              {in.disparity.pixels.data(), in.disparity.pixels.size()}});
   response.set_header("Content-Type", "application/octet-stream");
+}
+
+void ViewServer::RenderThen(const httplib::Request& request, bool replaceable,
+                            const std::function<void(const SettingValues&)>& answer) {
+  SettingValues values;
+  const BlurSettings settings = ParseRequest(*setup_.command, setup_.start, request.params,
+                                             renderer_->picture_size(), &values);
+  Turn turn(&gate_, replaceable);
+  const CallTimes times = renderer_->Render(settings, settings.focus);
+  Keep(&weight_ms_, times.weight_ms);
+  Keep(&blur_ms_, times.blur_ms);
+  answer(values);
 }
 
 void ViewServer::Render(const httplib::Request& request, httplib::Response& response) {
-  SettingValues values;
-  const BlurSettings settings = ParseRequest(*setup_.command, setup_.start, request.params,
-                                             renderer_->picture_size(), &values);
-  Turn turn(&gate_, true);
-  const CallTimes times = renderer_->Render(settings, settings.focus);
-  Keep(&weight_ms_, times.weight_ms);
-  Keep(&blur_ms_, times.blur_ms);
-  const FittedFrame& fitted = renderer_->frame();
-  const Size frame = fitted.frame();
-  const json info = {{"values", Values(values)},
-                     {"frame", {{"width", frame.width}, {"height", frame.height}}},
-                     {"times", {{"weight", Summary(weight_ms_)}, {"blur", Summary(blur_ms_)}}},
-                     {"command", Command(values)}};
-  const Image result = renderer_->Result();
-  const size_t weight_bytes = sizeof(uint16_t) * result.width * result.height;
-  const size_t nv21 = Nv21Bytes(frame.width, frame.height);
-  response.body = Packed(info, {{result.pixels.data(), result.pixels.size()},
-                                {renderer_->weights(), weight_bytes},
-                                {fitted.source(), nv21},
-                                {fitted.destination(), nv21}});
-  response.set_header("Content-Type", "application/octet-stream");
+  RenderThen(request, true, [&](const SettingValues& values) {
+    const FittedFrame& fitted = renderer_->frame();
+    const Size frame = fitted.frame();
+    const json info = {{"values", Values(values)},
+                       {"frame", {{"width", frame.width}, {"height", frame.height}}},
+                       {"times", {{"weight", Summary(weight_ms_)}, {"blur", Summary(blur_ms_)}}},
+                       {"command", Command(values)}};
+    const Image result = renderer_->Result();
+    const size_t weight_bytes = sizeof(uint16_t) * result.width * result.height;
+    const size_t nv21 = Nv21Bytes(frame.width, frame.height);
+    response.body = Packed(info, {{result.pixels.data(), result.pixels.size()},
+                                  {renderer_->weights(), weight_bytes},
+                                  {fitted.source(), nv21},
+                                  {fitted.destination(), nv21}});
+    response.set_header("Content-Type", "application/octet-stream");
+  });
 }
 
 void ViewServer::Export(const httplib::Request& request, httplib::Response& response) {
-  SettingValues values;
-  const BlurSettings settings = ParseRequest(*setup_.command, setup_.start, request.params,
-                                             renderer_->picture_size(), &values);
-  Turn turn(&gate_, false);
-  const CallTimes times = renderer_->Render(settings, settings.focus);
-  Keep(&weight_ms_, times.weight_ms);
-  Keep(&blur_ms_, times.blur_ms);
-  const std::vector<uint8_t> png = PngBytes(renderer_->Output());
-  response.set_header("Content-Disposition",
-                      "attachment; filename=\"" + OutputName(setup_.image) + "\"");
-  response.set_content(reinterpret_cast<const char*>(png.data()), png.size(), "image/png");
+  RenderThen(request, false, [&](const SettingValues&) {
+    const std::vector<uint8_t> png = PngBytes(renderer_->Output());
+    response.set_header("Content-Disposition",
+                        "attachment; filename=\"" + OutputName(setup_.image) + "\"");
+    response.set_content(reinterpret_cast<const char*>(png.data()), png.size(), "image/png");
+  });
 }
 
 std::string ViewServer::Command(const SettingValues& values) const {
-  std::vector<std::string> words = {setup_.tool, "blur", "--image", setup_.image,
-                                    "--disparity", setup_.disparity};
+  std::vector<std::string> words = {setup_.tool,  "blur",        "--image",
+                                    setup_.image, "--disparity", setup_.disparity};
   for (const std::string& arg : SettingArgs(values)) words.push_back(arg);
   words.insert(words.end(), {"-o", OutputName(setup_.image)});
   std::string line;

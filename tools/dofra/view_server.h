@@ -8,6 +8,7 @@
 #include <condition_variable>
 #include <cstdint>
 #include <deque>
+#include <functional>
 #include <mutex>
 #include <string>
 
@@ -70,6 +71,10 @@ class ViewServer {
   void Input(const httplib::Request& request, httplib::Response& response);
   void Render(const httplib::Request& request, httplib::Response& response);
   void Export(const httplib::Request& request, httplib::Response& response);
+  // Parses the request, renders it when its turn comes, and answers while
+  // the turn lasts. Refusals and replacements are thrown.
+  void RenderThen(const httplib::Request& request, bool replaceable,
+                  const std::function<void(const SettingValues&)>& answer);
   std::string Command(const SettingValues& values) const;
 
   httplib::Server http_;

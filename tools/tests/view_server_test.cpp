@@ -2,6 +2,8 @@
 // refusals, the planes of a render, the export against the `dofra blur`
 // command it names, the render gate, and the command's start-up, bad input
 // and stop.
+#include "view_server.h"
+
 #include <gtest/gtest.h>
 #include <httplib.h>
 #include <signal.h>
@@ -13,16 +15,15 @@
 #include <cstring>
 #include <fstream>
 #include <functional>
-#include <memory>
 #include <future>
 #include <iterator>
+#include <memory>
 #include <nlohmann/json.hpp>
 #include <thread>
 
 #include "commands.h"
 #include "image_io.h"
 #include "renderer.h"
-#include "view_server.h"
 
 namespace dofra_tool {
 namespace {
@@ -136,10 +137,10 @@ TEST_P(ExchangeTest, AnswersWithStatusAndOneLine) {
   httplib::Client client("127.0.0.1", port_);
   httplib::Headers headers;
   if (!host.empty()) headers.emplace("Host", host);
-  const httplib::Result result = std::string(e.method) == "POST"
-                                     ? client.Post(e.target, headers, std::string(8192, 'x'),
-                                                   "text/plain")
-                                     : client.Get(e.target, headers);
+  const httplib::Result result =
+      std::string(e.method) == "POST"
+          ? client.Post(e.target, headers, std::string(8192, 'x'), "text/plain")
+          : client.Get(e.target, headers);
   ASSERT_TRUE(result) << httplib::to_string(result.error());
   EXPECT_EQ(result->status, e.status) << result->body;
   EXPECT_NE(result->body.find(e.says), std::string::npos) << result->body.substr(0, 300);
@@ -190,8 +191,8 @@ TEST_F(ViewServerTest, RenderCarriesResultWeightsAndFrames) {
   ASSERT_EQ(packed.planes.size(), 4 * n + 2 * n + 2 * nv21);
   std::vector<uint16_t> weights(n);
   std::memcpy(weights.data(), packed.planes.data() + 4 * n, 2 * n);
-  EXPECT_EQ(weights[40 * kW + 10], 0);                 // near, in focus
-  EXPECT_EQ(weights[3 * kW + 5], 0);                   // unknown, filled as near
+  EXPECT_EQ(weights[40 * kW + 10], 0);                // near, in focus
+  EXPECT_EQ(weights[3 * kW + 5], 0);                  // unknown, filled as near
   EXPECT_EQ(weights[40 * kW + kW - 3], kFullWeight);  // far
   EXPECT_EQ(packed.info["times"]["blur"]["count"].get<int>(),
             packed.info["times"]["weight"]["count"].get<int>());
@@ -284,9 +285,11 @@ std::vector<std::string> View(std::vector<std::string> extra) {
 INSTANTIATE_TEST_SUITE_P(
     BadInput, StartUpTest,
     ::testing::Values(
-        StartUp{"MissingImage", {"view", "--image", "@/no.png", "--disparity", "@/disp.png"},
+        StartUp{"MissingImage",
+                {"view", "--image", "@/no.png", "--disparity", "@/disp.png"},
                 "cannot read"},
-        StartUp{"ColourDisparity", {"view", "--image", "@/in.png", "--disparity", "@/in.png"},
+        StartUp{"ColourDisparity",
+                {"view", "--image", "@/in.png", "--disparity", "@/in.png"},
                 "not colour"},
         StartUp{"LevelZero", View({"--level", "0"}), "blur level"},
         StartUp{"FocusOutside", View({"--focus", "200,1"}), "lies outside"},
@@ -312,10 +315,11 @@ TEST_F(ViewServerTest, ToolPrintsItsUrlServesAndStopsOnSigterm) {
   }
   close(pipe_fds[1]);
   // Stopped however the test ends.
-  std::unique_ptr<void, std::function<void(void*)>> reaper(reinterpret_cast<void*>(1), [pid](void*) {
-    kill(pid, SIGKILL);
-    waitpid(pid, nullptr, 0);
-  });
+  std::unique_ptr<void, std::function<void(void*)>> reaper(reinterpret_cast<void*>(1),
+                                                           [pid](void*) {
+                                                             kill(pid, SIGKILL);
+                                                             waitpid(pid, nullptr, 0);
+                                                           });
   FILE* out = fdopen(pipe_fds[0], "r");
   char line[256] = {};
   std::string text;  // a padding note may come first

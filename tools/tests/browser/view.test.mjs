@@ -43,8 +43,10 @@ function startServer() {
   });
 }
 
-// The server and the browser go whatever happens to the tests.
+// The server goes whatever happens to the tests, a time-out included; the
+// browser closes with its pipe to this process.
 process.on('exit', () => server?.kill('SIGKILL'));
+for (const signal of ['SIGINT', 'SIGTERM']) process.on(signal, () => process.exit(1));
 
 before(async () => {
   fs.mkdirSync(shots, { recursive: true });
