@@ -77,7 +77,8 @@ int Dispatch(const std::string& name, const std::vector<std::string>& args) {
   }
   if (name.empty()) throw InputError("no command given");
 #ifndef DOFRA_VIEW
-  if (name == "view") throw InputError("'dofra view' is not in this build: it needs cpp-httplib");
+  if (name == "view")
+    throw InputError("'dofra view' is not in this build: it needs cpp-httplib and nlohmann-json");
 #endif
   throw InputError("unknown command '" + name + "'");
 }
