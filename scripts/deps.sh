@@ -9,7 +9,7 @@ usage() {
 usage: scripts/deps.sh PURPOSE...
 Installs the Debian packages each purpose needs, if missing (as root, else through sudo).
   demo     compiler, CMake, pkg-config and the dofra tool's libraries (PNG, JPEG,
-           libyuv, cpp-httplib): all that scripts/demo.sh needs
+           libyuv, cpp-httplib, nlohmann-json): all that scripts/demo.sh needs
   test     the rest of the test toolchain: GoogleTest, Google Benchmark, clang with
            libFuzzer, the arm64 cross compiler and arm64 libraries, qemu
   browser  Chromium for the browser tests; checks that node and npm are there
@@ -23,7 +23,7 @@ TEXT
 packages_for() {
   case $1 in
     demo) echo cmake g++ make pkg-config libpng-dev zlib1g-dev libjpeg62-turbo-dev libyuv-dev \
-      libcpp-httplib-dev ;;
+      libcpp-httplib-dev nlohmann-json3-dev ;;
     test) echo libgtest-dev libbenchmark-dev clang-14 libclang-rt-14-dev g++-aarch64-linux-gnu \
       qemu-user libgtest-dev:arm64 libpng-dev:arm64 zlib1g-dev:arm64 libjpeg62-turbo-dev:arm64 \
       libyuv-dev:arm64 ;;

@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Builds and runs every test: optimised, under AddressSanitizer +
+# Builds and runs every test: optimised (with dofra view's page in headless
+# chromium), under AddressSanitizer +
 # UndefinedBehaviorSanitizer, and under ThreadSanitizer with the portable
 # (non-SIMD) kernels; on x86-64 the kernel tests also run on an emulated
 # CPU without AVX2; then the arm64 cross build under qemu-aarch64, every
@@ -13,6 +14,12 @@ scripts/deps.sh demo test browser
 echo "== optimised build"
 scripts/build.sh build
 run_ctest ctest.build build
+
+echo "== dofra view's page in headless chromium (screenshots in build/view-browser)"
+step browser.npm "npm ci (playwright-core, no browser download)" \
+  npm ci --prefix tools/tests/browser --no-audit --no-fund --loglevel=error
+step browser.suite "browser suite" env DOFRA_TOOL=build/tools/dofra DOFRA_SHOTS=build/view-browser \
+  timeout -k 10 180 node --test tools/tests/browser/
 
 if [ "$(uname -m)" = x86_64 ]; then
   # The library picks its members by CPU: on an SSE4.1-only CPU no AVX2 code
