@@ -56,6 +56,21 @@ void SetLibraryLogVisible(bool visible) {
 LogSilence::LogSilence() { ApplyLogSink(false); }
 LogSilence::~LogSilence() { ApplyLogSink(g_log_visible); }
 
+// The library picks its kernels once per process, the widest set the CPU
+// has; it exports nothing that names the choice, so the tool repeats the
+// same detection.
+const char* DetectedKernels() {
+#if defined(__x86_64__) || defined(__i386__)
+  if (__builtin_cpu_supports("avx2")) return "avx2";
+  if (__builtin_cpu_supports("sse4.1")) return "sse4.1";
+  return "scalar";
+#elif defined(__aarch64__)
+  return "neon";
+#else
+  return "scalar";
+#endif
+}
+
 Size DefaultDisparitySize(Size frame) {
   return Size{std::max(1, frame.width / kDisparityDiv), std::max(1, frame.height / kDisparityDiv)};
 }

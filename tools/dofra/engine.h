@@ -30,6 +30,10 @@ class LogSilence {
   LogSilence& operator=(const LogSilence&) = delete;
 };
 
+// The kernel set the library picks on this CPU ("avx2", "sse4.1", "neon",
+// "scalar"), found by the same detection.
+const char* DetectedKernels();
+
 // The disparity map size the tool gives a frame: one sample per 8 x 8 pixels.
 Size DefaultDisparitySize(Size frame);
 

@@ -33,6 +33,9 @@ class FittedFrame {
   bool Blur() { return session_->Blur(); }
   // The destination frame as RGBA, cropped to the picture.
   Image Result() const;
+  // The NV21 frames themselves (frame size, row stride = frame width).
+  const uint8_t* source() const { return session_->source(); }
+  const uint8_t* destination() const { return session_->destination(); }
 
  private:
   Size picture_;

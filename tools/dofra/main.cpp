@@ -23,8 +23,13 @@ struct Command {
   int (*run)(const std::vector<std::string>& args);
 };
 
-const Command kCommands[] = {
-    {&kDemoCommand, RunDemo}, {&kBlurCommand, RunBlur}, {&kBenchCommand, RunBench}};
+const Command kCommands[] = {{&kDemoCommand, RunDemo},
+                             {&kBlurCommand, RunBlur},
+                             {&kBenchCommand, RunBench},
+#ifdef DOFRA_VIEW
+                             {&kViewCommand, RunView}
+#endif
+};
 
 std::string Usage() {
   std::string text = "usage:\n";
@@ -71,6 +76,10 @@ int Dispatch(const std::string& name, const std::vector<std::string>& args) {
     return command.run(args);
   }
   if (name.empty()) throw InputError("no command given");
+#ifndef DOFRA_VIEW
+  if (name == "view")
+    throw InputError("'dofra view' is not in this build: it needs cpp-httplib and nlohmann-json");
+#endif
   throw InputError("unknown command '" + name + "'");
 }
 
