@@ -9,6 +9,7 @@
 #include "blur/frame_check.h"
 #include "dofra_depth.h"
 #include "pool/thread_pool.h"
+#include "weight/refine_map.h"
 #include "weight/weight_context.h"
 
 namespace {
@@ -112,6 +113,7 @@ int blur_deinit(DofraHandle* handle) {
   for (void* p : owned) {
     if (p != nullptr) free(p);
   }
+  dofra::FreeRefineState(ctx->refine);
   free(ctx);
   return 0;
 }

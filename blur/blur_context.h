@@ -7,6 +7,9 @@
 struct CThread_pool;
 struct DofraHandle;
 struct DofraParams;
+namespace dofra {
+struct RefineState;
+}
 
 // Allocated once per handle by blur_init; nothing is cleared between frames.
 struct BlurContext {
@@ -23,6 +26,9 @@ struct BlurContext {
   uint8_t* tempim_y;         // two band slices of 32-bit luma integrals
   uint8_t* tempim_uv;        // two band slices of 32-bit chroma integrals
   uint8_t* smooth_img;       // sw x sh x 3 / 2: the smoothed small frame
+  // Opt-in modes' scratch, allocated by their first call, not counted in
+  // buffer_total.
+  dofra::RefineState* refine;  // DofraRefineWeightMap
 };
 
 // One task: a band of rows of one plane, rewritten every frame.

@@ -45,6 +45,21 @@ void __getMinMax_c(const uint8_t* src, int n, uint8_t* min_out, uint8_t* max_out
 void __updateMinMax(const uint8_t* src, uint16_t* histogram, int n, int ratio, int min_range,
                     uint8_t* min_io, uint8_t* max_io);
 
+// The weight of every depth (by_depth: 256 entries) under the plain map's
+// rule, for the in-focus band around focus_depth.
+void DepthWeights(int focus_depth, uint8_t falloff, uint8_t strength, uint16_t* by_depth);
+
+// Function name and fixed log lines of a caller of CheckWeightRequest.
+struct WeightRequestLog {
+  const char* name;
+  int null_request, null_handle, null_context, bad_context, null_depth, null_output, bad_level,
+      bad_focus, bad_scale_den, bad_calib_den, bad_calibration, bad_steps;
+};
+// weight_async_process's refusals: one line each, false before anything is
+// written.
+bool CheckWeightRequest(const WeightParams* request, const DofraHandle* handle,
+                        const uint16_t* out, const WeightRequestLog& log);
+
 #define DOFRA_WEIGHT_UP(name)                                                                   \
   void name(int W, int H, int focus_x, int focus_y, int first_row, int last_row, uint16_t* out, \
             int dW, int dH, uint8_t falloff, uint8_t strength, const uint8_t* smooth)

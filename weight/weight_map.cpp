@@ -19,19 +19,8 @@ const uint8_t kStrengthTable[kStrengthLevels] = {0,   60,  68,  76,  82,  87,  9
 
 namespace {
 
-constexpr const char* kProcessName = "weight_async_process";
-constexpr int kLineNullRequest = 310;
-constexpr int kLineNullHandle = 312;
-constexpr int kLineNullContext = 314;
-constexpr int kLineBadContext = 316;
-constexpr int kLineNullDepth = 318;
-constexpr int kLineNullOutput = 320;
-constexpr int kLineBadLevel = 322;
-constexpr int kLineBadFocus = 324;
-constexpr int kLineBadScaleDen = 326;
-constexpr int kLineBadCalibDen = 328;
-constexpr int kLineBadCalibration = 330;
-constexpr int kLineBadSteps = 332;
+constexpr WeightRequestLog kProcessLog = {"weight_async_process", 310, 312, 314, 316, 318, 320,
+                                          322,                    324, 326, 328, 330, 332};
 
 constexpr int kFixShift = 16;  // 16.16 positions in the disparity grid
 constexpr int kFixOne = 1 << kFixShift;
@@ -39,7 +28,7 @@ constexpr int kFracShift = 8;  // 8-bit interpolation fractions
 constexpr int kFracOne = 256;
 constexpr int kFracRound = 128;
 constexpr int kMaxStepExtent = 32767;       // d * 65536 must fit in int32
-constexpr int32_t kNearFocusLimit = 25855;  // T <= 25855 <=> f <= 100
+constexpr int kNearFocusDepth = 100;
 constexpr int kFarBandLow = 100;
 constexpr int kFarBandHigh = 255;
 constexpr int kWeightFull = 1024;  // Q10 one
@@ -57,6 +46,15 @@ struct Band {
   int high;
 };
 
+// The in-focus band around a focus depth f.
+Band BandAround(int focus_depth) {
+  if (focus_depth > kNearFocusDepth) return {kFarBandLow, kFarBandHigh};
+  const double f = static_cast<double>(focus_depth);
+  // Written in exactly this form: 80 % to 125 % of the focus depth.
+  return {static_cast<int>(std::max(f + (-0.2 * f), 0.0)),
+          static_cast<int>(std::min(f + 0.25 * f, 255.0))};
+}
+
 // Depth at the point of focus and the in-focus band around it.
 Band FocusBand(int focus_x, int focus_y, int sx, int sy, int dW, int dH, const uint8_t* d) {
   const int px = focus_x * sx, py = focus_y * sy;
@@ -66,11 +64,7 @@ Band FocusBand(int focus_x, int focus_y, int sx, int sy, int dW, int dH, const u
   const int top = Lerp8(d[iy * dW + ix], d[iy * dW + ix1], fx);
   const int bottom = Lerp8(d[iy1 * dW + ix], d[iy1 * dW + ix1], fx);
   const int32_t t = top * (kFracOne - fy) + bottom * fy + kFracRound;
-  if (t > kNearFocusLimit) return {kFarBandLow, kFarBandHigh};
-  const double f = static_cast<double>(t >> kFracShift);
-  // Written in exactly this form: 80 % to 125 % of the focus depth.
-  return {static_cast<int>(std::max(f + (-0.2 * f), 0.0)),
-          static_cast<int>(std::min(f + 0.25 * f, 255.0))};
+  return BandAround(t >> kFracShift);  // t <= 25855 <=> f <= 100
 }
 
 // Everything the per-pixel weight needs besides the depth.
@@ -90,6 +84,17 @@ inline uint16_t WeightOfDiff(int diff, const WeightRamp& ramp) {
 inline uint16_t WeightOf(int v, const WeightRamp& ramp) {
   return WeightOfDiff(v < ramp.low ? ramp.low - v : (v > ramp.high ? v - ramp.high : 0), ramp);
 }
+
+}  // namespace
+
+void DepthWeights(int focus_depth, uint8_t falloff, uint8_t strength, uint16_t* by_depth) {
+  const Band band = BandAround(focus_depth);
+  const WeightRamp ramp = {band.low, band.high, kWeightFullF / static_cast<float>(falloff),
+                           strength};
+  for (int v = 0; v < kDepths; ++v) by_depth[v] = WeightOf(v, ramp);
+}
+
+namespace {
 
 constexpr int kGroup = kWeightGroup;
 constexpr int kStrip = kWeightStrip;
@@ -279,55 +284,58 @@ bool ContextUsable(const WeightContext* ctx) {
          ctx->height >= 1 && ctx->disparity_width >= 1 && ctx->disparity_height >= 1;
 }
 
+}  // namespace
+
 // Everything that would make the computation undefined is refused here,
 // before the output is touched.
-bool CheckRequest(const WeightParams* request, const DofraHandle* handle, const uint16_t* out) {
+bool CheckWeightRequest(const WeightParams* request, const DofraHandle* handle,
+                        const uint16_t* out, const WeightRequestLog& log) {
   if (request == nullptr) {
-    DOFRA_LOG(kLineNullRequest, kProcessName, "invalid request\n");
+    DOFRA_LOG(log.null_request, log.name, "invalid request\n");
     return false;
   }
   if (handle == nullptr) {
-    DOFRA_LOG(kLineNullHandle, kProcessName, "invalid handle\n");
+    DOFRA_LOG(log.null_handle, log.name, "invalid handle\n");
     return false;
   }
   const WeightContext* ctx = handle->weight;
   if (ctx == nullptr) {
-    DOFRA_LOG(kLineNullContext, kProcessName, "invalid weight context\n");
+    DOFRA_LOG(log.null_context, log.name, "invalid weight context\n");
     return false;
   }
   if (!ContextUsable(ctx)) {
-    DOFRA_LOG(kLineBadContext, kProcessName, "weight context not initialised\n");
+    DOFRA_LOG(log.bad_context, log.name, "weight context not initialised\n");
     return false;
   }
   if (request->depth == nullptr) {
-    DOFRA_LOG(kLineNullDepth, kProcessName, "invalid DepthData\n");
+    DOFRA_LOG(log.null_depth, log.name, "invalid DepthData\n");
     return false;
   }
   if (out == nullptr) {
-    DOFRA_LOG(kLineNullOutput, kProcessName, "invalid output weight map\n");
+    DOFRA_LOG(log.null_output, log.name, "invalid output weight map\n");
     return false;
   }
   if (request->level < 1 || request->level > kStrengthLevels) {
-    DOFRA_LOG(kLineBadLevel, kProcessName, "invalid level %d\n", request->level);
+    DOFRA_LOG(log.bad_level, log.name, "invalid level %d\n", request->level);
     return false;
   }
   if (request->focus_x < 0 || request->focus_x >= ctx->width || request->focus_y < 0 ||
       request->focus_y >= ctx->height) {
-    DOFRA_LOG(kLineBadFocus, kProcessName, "focus (%d, %d) outside %dx%d\n", request->focus_x,
+    DOFRA_LOG(log.bad_focus, log.name, "focus (%d, %d) outside %dx%d\n", request->focus_x,
               request->focus_y, ctx->width, ctx->height);
     return false;
   }
   const DepthCalibration cal = ReadDepthCalibration(request->depth);
   if (cal.map_scale_den == 0) {
-    DOFRA_LOG(kLineBadScaleDen, kProcessName, "invalid map_scale_den 0\n");
+    DOFRA_LOG(log.bad_scale_den, log.name, "invalid map_scale_den 0\n");
     return false;
   }
   if (cal.calib_den == 0) {
-    DOFRA_LOG(kLineBadCalibDen, kProcessName, "invalid calib_den 0\n");
+    DOFRA_LOG(log.bad_calib_den, log.name, "invalid calib_den 0\n");
     return false;
   }
   if (!DepthCalibrationConvertible(cal)) {
-    DOFRA_LOG(kLineBadCalibration, kProcessName, "calibration %d / %d, %u / %u out of range\n",
+    DOFRA_LOG(log.bad_calibration, log.name, "calibration %d / %d, %u / %u out of range\n",
               cal.calib_num, cal.calib_den, cal.map_scale_num, cal.map_scale_den);
     return false;
   }
@@ -336,18 +344,16 @@ bool CheckRequest(const WeightParams* request, const DofraHandle* handle, const 
   const int64_t pixels = static_cast<int64_t>(ctx->disparity_width) * ctx->disparity_height;
   if (ctx->disparity_width > kMaxStepExtent || ctx->disparity_height > kMaxStepExtent ||
       static_cast<int64_t>(ctx->hist_ratio) * pixels > INT32_MAX) {
-    DOFRA_LOG(kLineBadSteps, kProcessName, "disparity %dx%d too large\n", ctx->disparity_width,
+    DOFRA_LOG(log.bad_steps, log.name, "disparity %dx%d too large\n", ctx->disparity_width,
               ctx->disparity_height);
     return false;
   }
   return true;
 }
 
-}  // namespace
-
 extern "C" DOFRA_EXPORT int weight_async_process(WeightParams* request, DofraHandle* handle,
                                                  uint16_t* out) {
-  if (!CheckRequest(request, handle, out)) return 1;
+  if (!CheckWeightRequest(request, handle, out, kProcessLog)) return 1;
   WeightContext* ctx = handle->weight;
   const int r = ctx->kernel_size / 2;
   const int dW = ctx->disparity_width, dH = ctx->disparity_height;

@@ -14,10 +14,12 @@ namespace dofra_tool {
 extern const CommandSpec kDemoCommand;
 extern const CommandSpec kBlurCommand;
 extern const CommandSpec kBenchCommand;
+extern const CommandSpec kQualityCommand;
 
 int RunDemo(const std::vector<std::string>& args);
 int RunBlur(const std::vector<std::string>& args);
 int RunBench(const std::vector<std::string>& args);
+int RunQuality(const std::vector<std::string>& args);
 
 // Milliseconds since an arbitrary start, for timing stages.
 inline double NowMs() {

@@ -24,7 +24,10 @@ struct Command {
 };
 
 const Command kCommands[] = {
-    {&kDemoCommand, RunDemo}, {&kBlurCommand, RunBlur}, {&kBenchCommand, RunBench}};
+    {&kDemoCommand, RunDemo},
+    {&kBlurCommand, RunBlur},
+    {&kBenchCommand, RunBench},
+    {&kQualityCommand, RunQuality}};
 
 std::string Usage() {
   std::string text = "usage:\n";
