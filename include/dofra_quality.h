@@ -18,10 +18,17 @@
 // the four nearest depth samples each pixel belongs to:
 //
 //   depth   D = the depth table (as weight_async_process builds it) applied
-//               to the disparity, not smoothed; samples placed as the plain
-//               map places them (16.16 steps, 8-bit fractions fx, fy).
-//   cell    the frame pixels whose integer sample position is that sample;
-//           its colour is their rounded mean luma Y and chroma V, U.
+//               to the disparity, not smoothed.
+//   place   the plain map's 16.16 steps sx = dW * 65536 / W (sy alike) and
+//           8-bit fractions, but each sample at the centre of the pixels it
+//           stands for: pixel x at max(x * sx + sx / 2 - 32768, 0), its
+//           samples ix = that >> 16 and min(ix + 1, dW - 1), fx = bits 8..15.
+//           (The plain map puts a sample at its first pixel, which shifts
+//           every edge by half a cell.)
+//   cell    the pixels x with (x * sx) >> 16 == j (rows alike) for sample j:
+//           its colour is their rounded mean luma Y and chroma V, U (the
+//           pair above each pixel); a sample no pixel reaches takes the
+//           colour of the last cell.
 //   purity  p = min(v - min, max - v) over the sample's 3x3 neighbourhood;
 //           a sample that lies between its neighbours straddles an edge.
 //   weight  of each of the four samples k, in integers:

@@ -59,9 +59,12 @@ struct RefineState {
   int32_t* ix;         // W
   int32_t* ix1;        // W
   uint8_t* fx;         // W
-  int32_t* iy;         // H
-  int32_t* col_start;  // dW + 1: first column of each cell, W when none
+  int32_t* cell;       // W: the sample whose cell (colour) a column lies in
+  int32_t* iy;         // H: each row's upper sample
+  uint8_t* fy;         // H
+  int32_t* col_start;  // dW + 1: first column of each colour cell, W when none
   int32_t* row_start;  // dH + 1
+  int32_t* lerp_start;  // dW + 1: first column whose left sample is j, W when none
   int32_t* run_end;    // dH x dW: runs of cells per row of cells
   uint8_t* run_kind;   // dH x dW
   uint16_t* run_weight;
@@ -69,15 +72,16 @@ struct RefineState {
   uint32_t* sums;  // kBands x 3 x dW
   RefineTables tables;
   RefineTask tasks[kBands];
-  int last_col, last_row;  // the last cell any pixel lies in
+  int last_col, last_row;  // the last colour cell any pixel lies in
+  int last_lerp_col, last_lerp_row;  // the last left / upper sample of any pixel
 };
 
 namespace {
 
 // Offsets of the arrays in one block, each 16-byte aligned.
 struct Layout {
-  size_t depth, info, wanted, ix, ix1, fx, iy, col_start, row_start, run_end, run_kind,
-      run_weight, runs, sums, total;
+  size_t depth, info, wanted, ix, ix1, fx, cell, iy, fy, col_start, row_start, lerp_start, run_end,
+      run_kind, run_weight, runs, sums, total;
 };
 
 size_t Take(size_t* at, int64_t bytes) {
@@ -96,9 +100,12 @@ Layout LayoutOf(int W, int H, int dW, int dH) {
   l.ix = Take(&at, int64_t{W} * 4);
   l.ix1 = Take(&at, int64_t{W} * 4);
   l.fx = Take(&at, W);
+  l.cell = Take(&at, int64_t{W} * 4);
   l.iy = Take(&at, int64_t{H} * 4);
+  l.fy = Take(&at, H);
   l.col_start = Take(&at, (int64_t{dW} + 1) * 4);
   l.row_start = Take(&at, (int64_t{dH} + 1) * 4);
+  l.lerp_start = Take(&at, (int64_t{dW} + 1) * 4);
   l.run_end = Take(&at, n * 4);
   l.run_kind = Take(&at, n);
   l.run_weight = Take(&at, n * 2);
@@ -123,27 +130,41 @@ void BuildKernel(int scale, uint8_t* table) {
   }
 }
 
+// The position of pixel k in the sample grid (16.16), with each sample at
+// the centre of the pixels it was resampled from: k * step puts it at their
+// first pixel, half a cell early, which shifts every edge by that much.
+int Position(int k, int step) {
+  return std::max(k * step + (step >> 1) - (1 << (kFixShift - 1)), 0);
+}
+
 // Columns: samples, fraction and the first column of each cell.
 void BuildColumns(RefineState* s) {
   const int sx = (s->dW << kFixShift) / s->W;
   std::fill(s->col_start, s->col_start + s->dW + 1, s->W);
-  int q = 0;
-  for (int x = 0; x < s->W; ++x, q += sx) {
+  std::fill(s->lerp_start, s->lerp_start + s->dW + 1, s->W);
+  for (int x = 0; x < s->W; ++x) {
+    const int q = Position(x, sx);
     const int i = q >> kFixShift;
     s->ix[x] = i;
     s->ix1[x] = std::min(i + 1, s->dW - 1);
     s->fx[x] = static_cast<uint8_t>((q >> kFracShift) & 0xFF);
-    if (s->col_start[i] == s->W) s->col_start[i] = x;
+    if (s->lerp_start[i] == s->W) s->lerp_start[i] = x;
+    s->cell[x] = (x * sx) >> kFixShift;
+    if (s->col_start[s->cell[x]] == s->W) s->col_start[s->cell[x]] = x;
   }
-  s->last_col = s->ix[s->W - 1];
+  s->last_col = s->cell[s->W - 1];
+  s->last_lerp_col = s->ix[s->W - 1];
   const int sy = (s->dH << kFixShift) / s->H;
   std::fill(s->row_start, s->row_start + s->dH + 1, s->H);
-  q = 0;
-  for (int y = 0; y < s->H; ++y, q += sy) {
+  for (int y = 0; y < s->H; ++y) {
+    const int q = Position(y, sy);
     s->iy[y] = q >> kFixShift;
-    if (s->row_start[s->iy[y]] == s->H) s->row_start[s->iy[y]] = y;
+    s->fy[y] = static_cast<uint8_t>((q >> kFracShift) & 0xFF);
+    const int cell = (y * sy) >> kFixShift;
+    if (s->row_start[cell] == s->H) s->row_start[cell] = y;
+    s->last_row = cell;
   }
-  s->last_row = s->iy[s->H - 1];
+  s->last_lerp_row = s->iy[s->H - 1];
 }
 
 // min(v - min, max - v) over the 3x3 neighbourhood within the map.
@@ -212,7 +233,8 @@ void ComputeColours(RefineState* s, const uint8_t* guide, int first, int last, i
         }
         int end = j;
         while (end <= s->last_col && wanted[end] == kWanted) ++end;
-        k.colour_sums(luma_row, chroma_row, s->ix, s->col_start[j], s->col_start[end], sy, sv, su);
+        k.colour_sums(luma_row, chroma_row, s->cell, s->col_start[j], s->col_start[end], sy, sv,
+                      su);
         j = end;
       }
     }
@@ -243,9 +265,7 @@ void CopyEdgeColours(RefineState* s) {
 }
 
 RefinePixel PixelAt(const RefineState* s, const uint8_t* guide, int x, int y) {
-  const int sy = (s->dH << kFixShift) / s->H;
-  const int qy = y * sy;
-  const int i0 = qy >> kFixShift, i1 = std::min(i0 + 1, s->dH - 1);
+  const int i0 = s->iy[y], i1 = std::min(i0 + 1, s->dH - 1);
   const int j0 = s->ix[x], j1 = s->ix1[x];
   const uint8_t* chroma = guide + static_cast<size_t>(s->W) * s->H +
                           static_cast<size_t>(y >> 1) * s->W + (x & ~1);
@@ -259,7 +279,7 @@ RefinePixel PixelAt(const RefineState* s, const uint8_t* guide, int x, int y) {
     p.info[k] = s->info[at[k]];
   }
   p.fx = s->fx[x];
-  p.fy = (qy >> kFracShift) & 0xFF;
+  p.fy = s->fy[y];
   return p;
 }
 
@@ -277,14 +297,14 @@ void ClassifyCells(RefineState* s) {
   uint8_t same_until[kRefineDepths];
   SameUntil(s->tables.by_depth, same_until);
   const int dW = s->dW;
-  for (int i = 0; i <= s->last_row; ++i) {
+  for (int i = 0; i <= s->last_lerp_row; ++i) {
     const uint8_t* r0 = s->depth + static_cast<size_t>(i) * dW;
     const uint8_t* r1 = s->depth + static_cast<size_t>(std::min(i + 1, s->dH - 1)) * dW;
     int32_t* end = s->run_end + static_cast<size_t>(i) * dW;
     uint8_t* kind = s->run_kind + static_cast<size_t>(i) * dW;
     uint16_t* weight = s->run_weight + static_cast<size_t>(i) * dW;
     int runs = 0;
-    for (int j = 0; j <= s->last_col; ++j) {
+    for (int j = 0; j <= s->last_lerp_col; ++j) {
       const int j1 = std::min(j + 1, dW - 1);
       const int lo = std::min({r0[j], r0[j1], r1[j], r1[j1]});
       const int hi = std::max({r0[j], r0[j1], r1[j], r1[j1]});
@@ -296,12 +316,12 @@ void ClassifyCells(RefineState* s) {
       const uint16_t w = k == kFill ? s->tables.by_depth[lo] : 0;
       if (k == kJoint) WantCell(s, i, j);
       if (runs > 0 && kind[runs - 1] == k && weight[runs - 1] == w) {
-        end[runs - 1] = s->col_start[j + 1];
+        end[runs - 1] = s->lerp_start[j + 1];
         continue;
       }
       kind[runs] = k;
       weight[runs] = w;
-      end[runs++] = s->col_start[j + 1];
+      end[runs++] = s->lerp_start[j + 1];
     }
     end[runs - 1] = s->W;
     s->runs[i] = runs;
@@ -311,12 +331,10 @@ void ClassifyCells(RefineState* s) {
 void WriteRows(RefineState* s, const uint8_t* guide, uint16_t* out, int first, int last,
                const RefineRowKernels& k) {
   const int W = s->W, dW = s->dW;
-  const int sy = (s->dH << kFixShift) / s->H;
   const RefineColumns cols = {s->ix, s->ix1, s->fx};
   const uint8_t* chroma = guide + static_cast<size_t>(W) * s->H;
-  int qy = first * sy;
-  for (int y = first; y <= last; ++y, qy += sy) {
-    const int i = qy >> kFixShift, i1 = std::min(i + 1, s->dH - 1);
+  for (int y = first; y <= last; ++y) {
+    const int i = s->iy[y], i1 = std::min(i + 1, s->dH - 1);
     RefineRow row;
     row.luma = guide + static_cast<size_t>(y) * W;
     row.chroma = chroma + static_cast<size_t>(y >> 1) * W;
@@ -324,7 +342,7 @@ void WriteRows(RefineState* s, const uint8_t* guide, uint16_t* out, int first, i
     row.depth1 = s->depth + static_cast<size_t>(i1) * dW;
     row.info0 = s->info + static_cast<size_t>(i) * dW;
     row.info1 = s->info + static_cast<size_t>(i1) * dW;
-    row.fy = (qy >> kFracShift) & 0xFF;
+    row.fy = s->fy[y];
     row.out = out + static_cast<size_t>(y) * W;
     const int32_t* end = s->run_end + static_cast<size_t>(i) * dW;
     const uint8_t* kind = s->run_kind + static_cast<size_t>(i) * dW;
@@ -399,9 +417,12 @@ RefineState* RefineStateFor(RefineState** slot, int W, int H, int dW, int dH) {
   s->ix = At<int32_t>(block, l.ix);
   s->ix1 = At<int32_t>(block, l.ix1);
   s->fx = At<uint8_t>(block, l.fx);
+  s->cell = At<int32_t>(block, l.cell);
   s->iy = At<int32_t>(block, l.iy);
+  s->fy = At<uint8_t>(block, l.fy);
   s->col_start = At<int32_t>(block, l.col_start);
   s->row_start = At<int32_t>(block, l.row_start);
+  s->lerp_start = At<int32_t>(block, l.lerp_start);
   s->run_end = At<int32_t>(block, l.run_end);
   s->run_kind = At<uint8_t>(block, l.run_kind);
   s->run_weight = At<uint16_t>(block, l.run_weight);
@@ -446,9 +467,7 @@ void RefineWeightMap(RefineState* s, CThread_pool* pool, const RefineRequest& r)
 
   // The focus pixel's own samples first: its depth sets every weight.
   const RefineRowKernels& k = ScalarRefineRowKernels();
-  const int sy = (dH << kFixShift) / s->H;
-  const int focus_row = (r.focus_y * sy) >> kFixShift;
-  WantCell(s, focus_row, s->ix[r.focus_x]);
+  WantCell(s, s->iy[r.focus_y], s->ix[r.focus_x]);
   ComputeColours(s, r.guide, 0, dH - 1, 0, k);
   CopyEdgeColours(s);
   const int focus_depth = RefinedDepth(PixelAt(s, r.guide, r.focus_x, r.focus_y), t);
