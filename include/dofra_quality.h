@@ -64,13 +64,13 @@ struct DofraRefineTuning {
   int32_t range_sigma;    // 1..64, default 12: colour distance (luma levels) of weight 0.70
   int32_t purity_scale;   // 1..64, default 4: depth steps of purity weight 0.70
   int32_t chroma_weight;  // 0..8, default 2: chroma distance counts chroma_weight / 4
-  int32_t flat_spread;    // 0..255, default 0: four samples this close stay bilinear
+  int32_t flat_spread;    // 0..255, default 2: four samples this close stay bilinear
 };
 
 #define DOFRA_REFINE_RANGE_SIGMA_DEFAULT 12
 #define DOFRA_REFINE_PURITY_SCALE_DEFAULT 4
 #define DOFRA_REFINE_CHROMA_WEIGHT_DEFAULT 2
-#define DOFRA_REFINE_FLAT_SPREAD_DEFAULT 0
+#define DOFRA_REFINE_FLAT_SPREAD_DEFAULT 2
 
 static_assert(sizeof(DofraGuide) == 16, "DofraGuide layout");
 static_assert(sizeof(DofraRefineTuning) == 16, "DofraRefineTuning layout");

@@ -55,7 +55,7 @@ const char* DetectedKernels() {
 
 void PrintRow(const std::string& stage, std::vector<double> ms) {
   std::sort(ms.begin(), ms.end());
-  printf("%-18s %9.3f %9.3f %9.3f\n", stage.c_str(), Percentile(ms, 50), Percentile(ms, 90),
+  printf("%-26s %9.3f %9.3f %9.3f\n", stage.c_str(), Percentile(ms, 50), Percentile(ms, 90),
          Percentile(ms, 99));
 }
 
@@ -77,25 +77,32 @@ class CacheFlusher {
 
 struct Timings {
   std::vector<double> weight_ms;
+  std::vector<double> refined_ms;
   std::vector<double> blur_ms;
 };
 
-// frames x (weight map, blur), each timed alone; cold frames flush the
-// caches first.
-Timings Measure(WeightMapper* mapper, BlurSession* session, Point focus, int frames, bool cold,
-                int* done, int total) {
+// One weight map, timed alone.
+double TimeMap(WeightMapper* mapper, Point focus, CacheFlusher* flusher) {
+  if (flusher) flusher->Flush();
+  const double t0 = NowMs();
+  if (!mapper->Compute(kBenchLevel, focus)) {
+    throw std::runtime_error("the weight map failed (see --verbose)");
+  }
+  return NowMs() - t0;
+}
+
+// frames x (weight map, refined map when asked, blur), each timed alone;
+// cold frames flush the caches first.
+Timings Measure(WeightMapper* mapper, WeightMapper* refiner, BlurSession* session, Point focus,
+                int frames, bool cold, int* done, int total) {
   std::unique_ptr<CacheFlusher> flusher(cold ? new CacheFlusher : nullptr);
   const bool progress = isatty(STDOUT_FILENO) != 0;
   Timings t;
   for (int i = 0; i < frames; ++i) {
+    t.weight_ms.push_back(TimeMap(mapper, focus, flusher.get()));
+    if (refiner) t.refined_ms.push_back(TimeMap(refiner, focus, flusher.get()));
     if (cold) flusher->Flush();
-    double t0 = NowMs();
-    if (!mapper->Compute(kBenchLevel, focus)) {
-      throw std::runtime_error("weight_async_process failed (see --verbose)");
-    }
-    t.weight_ms.push_back(NowMs() - t0);
-    if (cold) flusher->Flush();
-    t0 = NowMs();
+    const double t0 = NowMs();
     if (!session->Blur()) throw std::runtime_error("DofraBlurImage failed (see --verbose)");
     t.blur_ms.push_back(NowMs() - t0);
     if (progress) ShowProgress(++*done, total);
@@ -103,19 +110,27 @@ Timings Measure(WeightMapper* mapper, BlurSession* session, Point focus, int fra
   return t;
 }
 
+double Median(std::vector<double> ms) {
+  std::sort(ms.begin(), ms.end());
+  return Percentile(ms, 50);
+}
+
 }  // namespace
 
 const CommandSpec kBenchCommand = {
     "bench",
-    "[--size WxH] [--scale S] [--frames N] [--cache hot|cold|both] [--verbose]",
+    "[--size WxH] [--scale S] [--frames N] [--cache hot|cold|both] [--refine] [--verbose]",
     "Times the weight map and the blur of N frames of the generated scene and prints\n"
     "percentiles. Hot frames reuse one frame that stays in the caches; before each cold\n"
-    "frame a 64 MiB write pushes the frames and the library's buffers out of them.",
+    "frame a 64 MiB write pushes the frames and the library's buffers out of them.\n"
+    "--refine also times the refined weight map (guided by the frame), interleaved\n"
+    "with the others, and its median against the plain map's.",
     {
         {"--size", "WxH", "1920x1080", "frame size, one the library accepts"},
         {"--scale", "S", "4", "blur factor: 2, 4, 6 or 8"},
         {"--frames", "N", "100", "frames per cache state"},
         {"--cache", "STATE", "both", "hot, cold or both"},
+        {"--refine", nullptr, "off", "also time the refined weight map"},
         {"--verbose", nullptr, nullptr, "show the library's log lines"},
     }};
 
@@ -144,6 +159,13 @@ int RunBench(const std::vector<std::string>& args) {
   RgbaToNv21(scene.picture, session->source());
   session->PrimeDestination();
   session->SetWeights(mapper.weights());
+  std::unique_ptr<WeightMapper> refiner;
+  if (options.Has("--refine")) {
+    refiner.reset(new WeightMapper(size, map_size, MapMethod::kRefined));
+    refiner->SetDepth(SceneCalibration(),
+                      ResizeGray(scene.disparity, map_size.width, map_size.height));
+    refiner->SetGuide(session->source());
+  }
 
   std::vector<bool> states;
   if (cache != "cold") states.push_back(false);
@@ -152,15 +174,21 @@ int RunBench(const std::vector<std::string>& args) {
   int done = 0;
   const int total = frames * static_cast<int>(states.size());
   for (bool cold : states) {
-    results.emplace_back(cold ? "cold" : "hot",
-                         Measure(&mapper, session.get(), scene.focus, frames, cold, &done, total));
+    results.emplace_back(cold ? "cold" : "hot", Measure(&mapper, refiner.get(), session.get(),
+                                                        scene.focus, frames, cold, &done, total));
   }
   printf("%s at scale %d, %d frames per cache state, %s kernels (detected)\n",
          SizeText(size).c_str(), scale, frames, DetectedKernels());
-  printf("%-18s %9s %9s %9s\n", "ms/frame", "p50", "p90", "p99");
+  printf("%-26s %9s %9s %9s\n", "ms/frame", "p50", "p90", "p99");
   for (const auto& result : results) {
     PrintRow(std::string("weight map, ") + result.first, result.second.weight_ms);
+    if (refiner) PrintRow(std::string("weight map --refine, ") + result.first, result.second.refined_ms);
     PrintRow(std::string("blur, ") + result.first, result.second.blur_ms);
+  }
+  for (const auto& result : results) {
+    if (!refiner) break;
+    printf("refined / plain weight map, %s: %.2f (medians)\n", result.first,
+           Median(result.second.refined_ms) / Median(result.second.weight_ms));
   }
   return 0;
 }

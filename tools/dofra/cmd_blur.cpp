@@ -31,6 +31,7 @@ const CommandSpec kBlurCommand = {
         {"--disparity", "FILE", nullptr, "8-bit gray PNG or JPEG disparity map"},
         {"--output", "FILE", nullptr, ".png for a photograph, .yuv for a raw frame", "-o"},
         {"--weights", "FILE", nullptr, "also write the weight map as a gray .png"},
+        {"--refine", nullptr, "off", "refine the weight map with the picture (DofraRefineWeightMap)"},
         {"--focus", "X,Y", nullptr, "point in focus, in picture pixels (default: the centre)"},
         {"--scale", "S", "4", "blur factor: 2, 4, 6 or 8"},
         {"--level", "L", "1", "blur level: 1 (strongest) .. 20 (none)"},
@@ -58,6 +59,7 @@ struct Request {
   Point focus;
   bool fill_unknown;
   uint8_t unknown;
+  bool refine;
 };
 
 Request ParseRequest(const Options& options) {
@@ -75,6 +77,7 @@ Request ParseRequest(const Options& options) {
     throw InputError("--unknown and --keep-unknown exclude each other");
   }
   r.unknown = static_cast<uint8_t>(options.GetInt("--unknown", 0, kMaxDisparityValue));
+  r.refine = options.Has("--refine");
   if (!r.weights_path.empty() && !EndsWith(r.weights_path, ".png")) {
     throw InputError("--weights must name a .png file, not '" + r.weights_path + "'");
   }
@@ -118,15 +121,43 @@ int64_t FillDisparity(const Request& r, Image* disparity) {
   return FillUnknown(disparity, r.unknown);
 }
 
-// The weight map of a picture-sized frame from its (filled) disparity map.
-std::unique_ptr<WeightMapper> MapWeights(const Request& r, const Image& disparity, Size picture,
-                                         Size map_size, Point focus) {
-  std::unique_ptr<WeightMapper> mapper(new WeightMapper(picture, map_size));
+// The weight map of a frame from its (filled) disparity map; the refined
+// one is guided by the frame's NV21 bytes (nv21).
+std::unique_ptr<WeightMapper> MapWeights(const Request& r, const Image& disparity, Size frame,
+                                         Size map_size, Point focus, const uint8_t* nv21) {
+  std::unique_ptr<WeightMapper> mapper(
+      new WeightMapper(frame, map_size, r.refine ? MapMethod::kRefined : MapMethod::kPlain));
   mapper->SetDepth(r.calib, ResizeGray(disparity, map_size.width, map_size.height));
+  mapper->SetGuide(nv21);
   if (!mapper->Compute(r.level, focus)) {
     throw InputError("the library refused the weight-map request (run with --verbose to see why)");
   }
   return mapper;
+}
+
+// A picture's weights and their picture: the plain map at the picture's
+// size, or the refined one through the fitted frame.
+struct PictureWeights {
+  std::vector<uint16_t> weights;
+  Image picture;
+};
+
+PictureWeights WeightsFor(const Request& r, const Options& options, const Image& disparity,
+                          const FittedFrame& fitted, Size size, Point focus) {
+  PictureWeights out;
+  if (r.refine) {
+    const Size map_size = options.Has("--disparity-size") ? MapSizeFor(options, size)
+                                                          : DefaultDisparitySize(fitted.frame());
+    out.weights = RefinedPictureWeights(fitted, size, disparity, map_size, r.calib, r.level, focus,
+                                        &out.picture);
+    return out;
+  }
+  std::unique_ptr<WeightMapper> mapper =
+      MapWeights(r, disparity, size, MapSizeFor(options, size), focus, nullptr);
+  const size_t pixels = static_cast<size_t>(size.width) * size.height;
+  out.weights.assign(mapper->weights(), mapper->weights() + pixels);
+  out.picture = mapper->WeightPicture();
+  return out;
 }
 
 std::string Summary(const Request& r, Size size, const char* kind, Point focus, int64_t filled) {
@@ -158,18 +189,17 @@ int BlurPicture(const Options& options, const Request& r) {
   const Size size{picture.width, picture.height};
   Image disparity = ReadGrayMap(r.disparity_path, size);
   const Point focus = FocusFor(r, size);
-  const Size map_size = MapSizeFor(options, size);
 
   FittedFrame fitted(size, r.scale);
   if (fitted.padded()) printf("%s\n", fitted.PaddingNote().c_str());
   const int64_t filled = FillDisparity(r, &disparity);
-  std::unique_ptr<WeightMapper> mapper = MapWeights(r, disparity, size, map_size, focus);
   fitted.Load(picture);
-  fitted.SetWeights(mapper->weights());
+  const PictureWeights weights = WeightsFor(r, options, disparity, fitted, size, focus);
+  fitted.SetWeights(weights.weights.data());
   if (!fitted.Blur()) throw std::runtime_error("DofraBlurImage failed (see --verbose)");
 
   const Image out = WithInputAlpha(fitted.Result(), picture, has_alpha);
-  if (!r.weights_path.empty()) WritePng(r.weights_path, mapper->WeightPicture());
+  if (!r.weights_path.empty()) WritePng(r.weights_path, weights.picture);
   WritePng(r.out_path, out);
   printf("%s\n", Summary(r, size, "", focus, filled).c_str());
   return 0;
@@ -208,9 +238,10 @@ int BlurRaw(const Options& options, const Request& r) {
   std::unique_ptr<BlurSession> session = BlurSession::Open(size, r.scale);
   if (!session) throw InputError(RawRefusal(size, r.scale));
   const int64_t filled = FillDisparity(r, &disparity);
-  std::unique_ptr<WeightMapper> mapper = MapWeights(r, disparity, size, map_size, focus);
   std::copy(frame_bytes.begin(), frame_bytes.end(), session->source());
   session->PrimeDestination();
+  std::unique_ptr<WeightMapper> mapper =
+      MapWeights(r, disparity, size, map_size, focus, session->source());
   session->SetWeights(mapper->weights());
   if (!session->Blur()) throw std::runtime_error("DofraBlurImage failed (see --verbose)");
   if (!r.weights_path.empty()) WritePng(r.weights_path, mapper->WeightPicture());

@@ -25,7 +25,7 @@ const CommandSpec kQualityCommand = {
         {"--range-sigma", "S", "12", "refined map: colour distance of weight 0.70 (1..64)"},
         {"--purity-scale", "P", "4", "refined map: purity distance of weight 0.70 (1..64)"},
         {"--chroma-weight", "C", "2", "refined map: chroma distance counted in quarters (0..8)"},
-        {"--flat-spread", "F", "0", "refined map: samples this close stay bilinear (0..255)"},
+        {"--flat-spread", "F", "2", "refined map: samples this close stay bilinear (0..255)"},
         {"--verbose", nullptr, nullptr, "show the library's log lines"},
     }};
 

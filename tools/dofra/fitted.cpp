@@ -1,5 +1,6 @@
 #include "fitted.h"
 
+#include <algorithm>
 #include <cstring>
 
 #include "convert.h"
@@ -42,6 +43,27 @@ Image FittedFrame::Result() const {
   const Size f = frame();
   const Image out = Nv21ToRgba(session_->destination(), f.width, f.height);
   return padded() ? Crop(out, picture_.width, picture_.height) : out;
+}
+
+std::vector<uint16_t> RefinedPictureWeights(const FittedFrame& fitted, Size picture,
+                                            const Image& disparity, Size map_size,
+                                            const Calibration& calib, int level, Point focus,
+                                            Image* weight_picture) {
+  const Size frame = fitted.frame();
+  WeightMapper mapper(frame, map_size, MapMethod::kRefined);
+  const bool same = frame.width == picture.width && frame.height == picture.height;
+  const Image padded = same ? disparity : PadByReplication(disparity, frame.width, frame.height);
+  mapper.SetDepth(calib, ResizeGray(padded, map_size.width, map_size.height));
+  mapper.SetGuide(fitted.source());
+  if (!mapper.Compute(level, focus)) {
+    throw InputError("the library refused the refined weight map (run with --verbose to see why)");
+  }
+  std::vector<uint16_t> weights(static_cast<size_t>(picture.width) * picture.height);
+  for (int y = 0; y < picture.height; ++y)
+    std::copy_n(mapper.weights() + static_cast<size_t>(y) * frame.width, picture.width,
+                weights.data() + static_cast<size_t>(y) * picture.width);
+  *weight_picture = Crop(mapper.WeightPicture(), picture.width, picture.height);
+  return weights;
 }
 
 }  // namespace dofra_tool

@@ -27,6 +27,8 @@ class FittedFrame {
   // An RGBA picture of the picture's size into the source frame, and the
   // destination primed with it.
   void Load(const Image& rgba);
+  // The NV21 source frame (padded), once loaded.
+  const uint8_t* source() const { return session_->source(); }
   // A weight map of the picture's size, grown to the frame by replication.
   void SetWeights(const uint16_t* weights);
   // One frame through DofraBlurImage; false when the library refuses.
@@ -40,6 +42,15 @@ class FittedFrame {
   std::unique_ptr<BlurSession> session_;
   std::vector<uint16_t> weights_;
 };
+
+// The refined weight map of the picture loaded into `fitted`: computed on its
+// padded frame (the size the refinement's handle accepts) from the picture's
+// disparity padded alike and resampled to map_size, then cropped back to the
+// picture; `picture` gets its gray picture. Throws InputError on a refusal.
+std::vector<uint16_t> RefinedPictureWeights(const FittedFrame& fitted, Size picture,
+                                            const Image& disparity, Size map_size,
+                                            const Calibration& calib, int level, Point focus,
+                                            Image* weight_picture);
 
 }  // namespace dofra_tool
 
