@@ -170,7 +170,8 @@ TEST_F(ToolTest, DemoWritesPicturesOfTheFrameSize) {
   EXPECT_NE(run.out.find("DofraBlurImage x8"), std::string::npos) << run.out;
   EXPECT_NE(run.out.find("padding 320x240 to "), std::string::npos) << run.out;
   EXPECT_EQ(run.err, "");  // the library's log stays quiet without --verbose
-  for (const char* name : {"input", "weights", "blur_x2", "blur_x4", "blur_x6", "blur_x8"}) {
+  for (const char* name : {"input", "weights", "blur_x2", "blur_x4", "blur_x6", "blur_x8",
+                           "weights_refined", "blur_x2_refined"}) {
     bool alpha = false;
     const Image picture = ReadPicture(Path(std::string("demo/") + name + ".png"), &alpha);
     EXPECT_EQ(picture.width, 320) << name;
@@ -187,10 +188,12 @@ TEST_F(ToolTest, DemoWritesPicturesOfTheFrameSize) {
 TEST_F(ToolTest, HelpAndVersionAnswer) {
   const ToolRun run = Tool({"blur", "--help"});
   ASSERT_EQ(run.status, 0) << run.err;
-  for (const char* text : {"--scale S", "(default 4)", "(default 1)", "--keep-unknown", "-o, "}) {
+  for (const char* text :
+       {"--scale S", "(default 4)", "(default 1)", "--keep-unknown", "-o, ", "(default off)"}) {
     EXPECT_NE(run.out.find(text), std::string::npos) << text;
   }
   EXPECT_NE(Tool({"--version"}).out.find("libdofra_depth built"), std::string::npos);
+  EXPECT_NE(Tool({"bench", "--help"}).out.find("--refine"), std::string::npos);
 }
 
 // Sizes the library takes as they are and sizes the tool must pad, from PNG,
@@ -198,6 +201,7 @@ TEST_F(ToolTest, HelpAndVersionAnswer) {
 struct BlurCase {
   Size size;
   const char* input;
+  bool refine = false;  // the refined weight map
 };
 
 class BlurTest : public ToolTest, public ::testing::WithParamInterface<BlurCase> {};
@@ -230,6 +234,7 @@ TEST_P(BlurTest, KeepsTheFocusSharpAndBlursTheRest) {
                                    "--weights",
                                    Path("w.png")};
   if (raw) args.insert(args.end(), {"--size", SizeText(size), "--verbose"});
+  if (GetParam().refine) args.push_back("--refine");
   const ToolRun run = Tool(args);
   ASSERT_EQ(run.status, 0) << run.err;
   EXPECT_EQ(run.err.find("DofraBlurImage") != std::string::npos, raw);  // the library's log
@@ -269,7 +274,9 @@ INSTANTIATE_TEST_SUITE_P(Sizes, BlurTest,
                          ::testing::Values(BlurCase{{kW, kH}, "in.png"},
                                            BlurCase{{203, 117}, "in.png"},
                                            BlurCase{{150, 98}, "in.jpg"},
-                                           BlurCase{{kW, kH}, "in.yuv"}));
+                                           BlurCase{{kW, kH}, "in.yuv"},
+                                           BlurCase{{203, 117}, "in.png", true},
+                                           BlurCase{{kW, kH}, "in.yuv", true}));
 
 struct BadInput {
   const char* name;
@@ -379,6 +386,7 @@ INSTANTIATE_TEST_SUITE_P(
                  {"blur", "--image", "@/in.png", "--disparity", "@/disp.png", "-o", "@/no/out.png",
                   "--weights", "@/w.png"},
                  "no directory"},
+        BadInput{"RangeSigmaZero", {"quality", "--range-sigma", "0"}, "must lie in 1..64"},
         BadInput{"UnknownCommand", {"sharpen"}, "unknown command"},
         BadInput{"NoCommand", {}, "no command"}),
     [](const ::testing::TestParamInfo<BadInput>& info) { return info.param.name; });
