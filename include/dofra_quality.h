@@ -51,7 +51,8 @@
 
 // The current frame: W x H luma bytes, then H / 2 rows of W bytes of
 // interleaved V, U pairs, both with row stride W (the frame given to
-// DofraBlurImage, as the host reads it after locking its buffer).
+// DofraBlurImage, as the host reads it after locking its buffer). With an
+// odd H the last luma row reads the last chroma row.
 struct DofraGuide {
   const uint8_t* nv21;
   int32_t width;   // must equal the handle's W

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # scripts/fuzz.sh [SECONDS [TARGET...]]: builds the libFuzzer targets (clang,
 # AddressSanitizer + UndefinedBehaviorSanitizer) into build-fuzz and runs
-# each target (blur, weight, picture; all by default) for SECONDS (default
+# each target (blur, weight, refine, picture; all by default) for SECONDS (default
 # 600; 0 runs until stopped). The seed corpus in tests/fuzz/corpus is read,
 # never written; new inputs collect in out/fuzz/TARGET. Fails on the first
 # crash, sanitizer report, leak or timeout, leaving the input beside them.
@@ -9,7 +9,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 seconds=${1:-600}
 targets=("${@:2}")
-((${#targets[@]})) || targets=(blur weight picture)
+((${#targets[@]})) || targets=(blur weight refine picture)
 
 cmake -S . -B build-fuzz -DCMAKE_BUILD_TYPE=Release -DCMAKE_C_COMPILER=clang-14 \
   -DCMAKE_CXX_COMPILER=clang++-14 -DDOFRA_FUZZ=ON -DDOFRA_BUILD_TESTS=OFF \

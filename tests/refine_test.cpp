@@ -346,4 +346,27 @@ TEST(RefineMap, DisparitySizes) {
   }
 }
 
+// An odd height: the last luma row reads the last chroma row, not past the
+// guide (whose exact size lets the sanitizers see a read beyond it).
+TEST(RefineMap, OddHeightStaysInsideTheGuide) {
+  constexpr int kW2 = 64, kH2 = 49;
+  DofraParams params = {kW2, kH2, 8, 6, 5, 0, 4, 5};
+  DofraHandle* handle = nullptr;
+  ASSERT_EQ(DofraInit(&handle, &params), 0);
+  weight_deinit(handle);
+  ASSERT_EQ(weight_init(&params, handle), 0);
+  std::vector<uint8_t> block = DepthBlock();
+  block.resize(DOFRA_DEPTH_HEADER_SIZE + 8 * 6);
+  std::vector<uint8_t> nv21(kW2 * kH2 + kH2 / 2 * kW2, 77);
+  for (size_t i = DOFRA_DEPTH_HEADER_SIZE; i < block.size(); i += 5) block[i] = 200;
+  WeightParams request{1, 3, kH2 - 1, reinterpret_cast<DepthData*>(block.data())};
+  const DofraGuide guide{nv21.data(), kW2, kH2};
+  std::vector<uint16_t> out(kW2 * kH2, 0xBEEF);
+  EXPECT_EQ(DofraRefineWeightMap(&request, handle, &guide, nullptr, out.data()), 0);
+  for (uint16_t w : out) EXPECT_LE(w, 1024);
+  weight_deinit(handle);
+  handle->weight = nullptr;
+  DofraDeinit(handle);
+}
+
 }  // namespace

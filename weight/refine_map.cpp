@@ -186,6 +186,13 @@ void BuildPurity(RefineState* s) {
   }
 }
 
+// The guide's chroma row of pixel row y: rows past the last full pair of
+// rows (an odd H) take the last chroma row. DofraInit handles have H >= 2.
+const uint8_t* ChromaRow(const RefineState* s, const uint8_t* guide, int y) {
+  const int row = std::min(y >> 1, s->H / 2 - 1);
+  return guide + static_cast<size_t>(s->W) * s->H + static_cast<size_t>(row) * s->W;
+}
+
 // A sample past the last cell (no pixel has it as its first sample) takes
 // the colour of the last cell.
 int ColourRow(const RefineState* s, int i) { return std::min(i, s->last_row); }
@@ -212,7 +219,6 @@ void ComputeColours(RefineState* s, const uint8_t* guide, int first, int last, i
   uint32_t* sy = s->sums + static_cast<size_t>(band) * 3 * dW;
   uint32_t* sv = sy + dW;
   uint32_t* su = sv + dW;
-  const uint8_t* chroma = guide + static_cast<size_t>(W) * s->H;
   for (int i = first; i <= std::min(last, s->last_row); ++i) {
     uint8_t* wanted = s->wanted + static_cast<size_t>(i) * dW;
     const int y0 = s->row_start[i], y1 = s->row_start[i + 1];
@@ -225,7 +231,7 @@ void ComputeColours(RefineState* s, const uint8_t* guide, int first, int last, i
     if (!any) continue;
     for (int y = y0; y < y1; ++y) {
       const uint8_t* luma_row = guide + static_cast<size_t>(y) * W;
-      const uint8_t* chroma_row = chroma + static_cast<size_t>(y >> 1) * W;
+      const uint8_t* chroma_row = ChromaRow(s, guide, y);
       for (int j = 0; j <= s->last_col;) {
         if (wanted[j] != kWanted) {
           ++j;
@@ -267,8 +273,7 @@ void CopyEdgeColours(RefineState* s) {
 RefinePixel PixelAt(const RefineState* s, const uint8_t* guide, int x, int y) {
   const int i0 = s->iy[y], i1 = std::min(i0 + 1, s->dH - 1);
   const int j0 = s->ix[x], j1 = s->ix1[x];
-  const uint8_t* chroma = guide + static_cast<size_t>(s->W) * s->H +
-                          static_cast<size_t>(y >> 1) * s->W + (x & ~1);
+  const uint8_t* chroma = ChromaRow(s, guide, y) + (x & ~1);
   RefinePixel p;
   p.y = guide[static_cast<size_t>(y) * s->W + x];
   p.v = chroma[0];
@@ -332,12 +337,11 @@ void WriteRows(RefineState* s, const uint8_t* guide, uint16_t* out, int first, i
                const RefineRowKernels& k) {
   const int W = s->W, dW = s->dW;
   const RefineColumns cols = {s->ix, s->ix1, s->fx};
-  const uint8_t* chroma = guide + static_cast<size_t>(W) * s->H;
   for (int y = first; y <= last; ++y) {
     const int i = s->iy[y], i1 = std::min(i + 1, s->dH - 1);
     RefineRow row;
     row.luma = guide + static_cast<size_t>(y) * W;
-    row.chroma = chroma + static_cast<size_t>(y >> 1) * W;
+    row.chroma = ChromaRow(s, guide, y);
     row.depth0 = s->depth + static_cast<size_t>(i) * dW;
     row.depth1 = s->depth + static_cast<size_t>(i1) * dW;
     row.info0 = s->info + static_cast<size_t>(i) * dW;
