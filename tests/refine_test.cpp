@@ -11,6 +11,7 @@
 #include "blur/blur_context.h"
 #include "dofra_quality.h"
 #include "support/log_capture.h"
+#include "support/test_image.h"
 #include "weight/refine_rows.h"
 #include "weight/weight_context.h"
 
@@ -219,12 +220,6 @@ struct Refiner {
   }
 };
 
-uint64_t Digest(const std::vector<uint16_t>& v) {
-  uint64_t h = 1469598103934665603ull;
-  for (uint16_t w : v) h = (((h ^ (w & 255)) * 1099511628211ull) ^ (w >> 8)) * 1099511628211ull;
-  return h;
-}
-
 // The map of the fixed scene, per tuning; the focus pixel is sharp.
 TEST(RefineMap, Digests) {
   const struct {
@@ -238,7 +233,7 @@ TEST(RefineMap, Digests) {
     LogCapture log;
     const std::vector<uint16_t> out = r.Refine(&c.tuning);
     EXPECT_TRUE(log.Texts().empty());
-    EXPECT_EQ(Digest(out), c.digest) << c.tuning.range_sigma;
+    EXPECT_EQ(WeightMapDigest(out), c.digest) << c.tuning.range_sigma;
     EXPECT_EQ(out[30 * kW + 38], 0);
     EXPECT_EQ(out[5 * kW + 90], 1024) << "the far wall";
   }

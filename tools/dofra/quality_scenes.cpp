@@ -219,13 +219,6 @@ std::vector<QualityScene> MakeQualityScenes(Size size) {
   return {Disc(size), Bars(size), Slanted(size), SameTexture(size)};
 }
 
-Calibration QualityCalibration() {
-  Calibration calib;
-  calib.calib_num = 1572864000;
-  calib.calib_den = 65536;
-  calib.map_scale_den = 1280;
-  calib.map_scale_num = 320;
-  return calib;
-}
+Calibration QualityCalibration() { return ParseCalibration("1572864000,65536,1280,320"); }
 
 }  // namespace dofra_tool
