@@ -9,7 +9,7 @@
 #include "blur/frame_check.h"
 #include "dofra_depth.h"
 #include "pool/thread_pool.h"
-#include "weight/refine_map.h"
+#include "weight/refine_state.h"
 #include "weight/weight_context.h"
 
 namespace {

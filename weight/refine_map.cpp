@@ -15,10 +15,10 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
-#include <new>
 
 #include "pool/thread_pool.h"
 #include "weight/refine_rows.h"
+#include "weight/refine_state.h"
 #include "weight/weight_internal.h"
 
 namespace dofra {
@@ -27,7 +27,6 @@ namespace {
 
 constexpr int kFixShift = 16;
 constexpr int kFracShift = 8;
-constexpr int kBands = 2;
 constexpr int kPurityCap = 255;
 constexpr int64_t kWakeWorkersPixels = 256 * 256;  // below this the caller runs every band
 
@@ -37,88 +36,6 @@ constexpr uint8_t kWanted = 1;  // a joint cell reads its colour
 constexpr uint8_t kKnown = 2;   // colour computed this call
 
 enum CellKind : uint8_t { kFill, kBilinear, kJoint };
-
-struct RefineTask {
-  RefineState* state;
-  CThread_pool* pool;
-  const uint8_t* guide;
-  uint16_t* out;
-  int first, last;  // rows (output or sample rows)
-  int band;
-};
-
-}  // namespace
-
-// One block per handle; every array lives in it.
-struct RefineState {
-  int W, H, dW, dH;
-  int64_t bytes;
-  uint8_t* depth;      // dW x dH unsmoothed depth
-  uint32_t* info;      // dW x dH PackSample
-  uint8_t* wanted;     // dW x dH sample states
-  int32_t* ix;         // W
-  int32_t* ix1;        // W
-  uint8_t* fx;         // W
-  int32_t* cell;       // W: the sample whose cell (colour) a column lies in
-  int32_t* iy;         // H: each row's upper sample
-  uint8_t* fy;         // H
-  int32_t* col_start;  // dW + 1: first column of each colour cell, W when none
-  int32_t* row_start;  // dH + 1
-  int32_t* lerp_start;  // dW + 1: first column whose left sample is j, W when none
-  int32_t* run_end;    // dH x dW: runs of cells per row of cells
-  uint8_t* run_kind;   // dH x dW
-  uint16_t* run_weight;
-  int32_t* runs;  // dH
-  uint32_t* sums;  // kBands x 3 x dW
-  RefineTables tables;
-  RefineTask tasks[kBands];
-  int last_col, last_row;  // the last colour cell any pixel lies in
-  int last_lerp_col, last_lerp_row;  // the last left / upper sample of any pixel
-};
-
-namespace {
-
-// Offsets of the arrays in one block, each 16-byte aligned.
-struct Layout {
-  size_t depth, info, wanted, ix, ix1, fx, cell, iy, fy, col_start, row_start, lerp_start, run_end,
-      run_kind, run_weight, runs, sums, total;
-};
-
-size_t Take(size_t* at, int64_t bytes) {
-  const size_t start = *at;
-  *at += (static_cast<size_t>(bytes) + 15) & ~static_cast<size_t>(15);
-  return start;
-}
-
-Layout LayoutOf(int W, int H, int dW, int dH) {
-  const int64_t n = static_cast<int64_t>(dW) * dH;
-  Layout l;
-  size_t at = (sizeof(RefineState) + 15) & ~static_cast<size_t>(15);
-  l.depth = Take(&at, n);
-  l.info = Take(&at, n * 4);
-  l.wanted = Take(&at, n);
-  l.ix = Take(&at, int64_t{W} * 4);
-  l.ix1 = Take(&at, int64_t{W} * 4);
-  l.fx = Take(&at, W);
-  l.cell = Take(&at, int64_t{W} * 4);
-  l.iy = Take(&at, int64_t{H} * 4);
-  l.fy = Take(&at, H);
-  l.col_start = Take(&at, (int64_t{dW} + 1) * 4);
-  l.row_start = Take(&at, (int64_t{dH} + 1) * 4);
-  l.lerp_start = Take(&at, (int64_t{dW} + 1) * 4);
-  l.run_end = Take(&at, n * 4);
-  l.run_kind = Take(&at, n);
-  l.run_weight = Take(&at, n * 2);
-  l.runs = Take(&at, int64_t{dH} * 4);
-  l.sums = Take(&at, int64_t{kBands} * 3 * dW * 4);
-  l.total = at;
-  return l;
-}
-
-template <typename T>
-T* At(uint8_t* base, size_t offset) {
-  return reinterpret_cast<T*>(base + offset);
-}
 
 // 255 * (1 - t^2 / 9)^3 with t = d / scale, in integers: 0 from t = 3 on.
 void BuildKernel(int scale, uint8_t* table) {
@@ -396,51 +313,6 @@ void RunBands(RefineState* s, CThread_pool* pool, PoolProcess process, int rows,
 }
 
 }  // namespace
-
-int64_t RefineStateBytes(int W, int H, int dW, int dH) {
-  return static_cast<int64_t>(LayoutOf(W, H, dW, dH).total);
-}
-
-RefineState* RefineStateFor(RefineState** slot, int W, int H, int dW, int dH) {
-  RefineState* s = *slot;
-  if (s != nullptr && s->W == W && s->H == H && s->dW == dW && s->dH == dH) return s;
-  FreeRefineState(s);
-  *slot = nullptr;
-  const Layout l = LayoutOf(W, H, dW, dH);
-  auto* block = static_cast<uint8_t*>(malloc(l.total));
-  if (block == nullptr) return nullptr;
-  s = new (block) RefineState();
-  s->W = W;
-  s->H = H;
-  s->dW = dW;
-  s->dH = dH;
-  s->bytes = static_cast<int64_t>(l.total);
-  s->depth = At<uint8_t>(block, l.depth);
-  s->info = At<uint32_t>(block, l.info);
-  s->wanted = At<uint8_t>(block, l.wanted);
-  s->ix = At<int32_t>(block, l.ix);
-  s->ix1 = At<int32_t>(block, l.ix1);
-  s->fx = At<uint8_t>(block, l.fx);
-  s->cell = At<int32_t>(block, l.cell);
-  s->iy = At<int32_t>(block, l.iy);
-  s->fy = At<uint8_t>(block, l.fy);
-  s->col_start = At<int32_t>(block, l.col_start);
-  s->row_start = At<int32_t>(block, l.row_start);
-  s->lerp_start = At<int32_t>(block, l.lerp_start);
-  s->run_end = At<int32_t>(block, l.run_end);
-  s->run_kind = At<uint8_t>(block, l.run_kind);
-  s->run_weight = At<uint16_t>(block, l.run_weight);
-  s->runs = At<int32_t>(block, l.runs);
-  s->sums = At<uint32_t>(block, l.sums);
-  *slot = s;
-  return s;
-}
-
-void FreeRefineState(RefineState* state) {
-  if (state == nullptr) return;
-  state->~RefineState();
-  free(state);
-}
 
 DofraRefineTuning DefaultRefineTuning() {
   return {DOFRA_REFINE_RANGE_SIGMA_DEFAULT, DOFRA_REFINE_PURITY_SCALE_DEFAULT,

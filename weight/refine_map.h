@@ -7,20 +7,9 @@
 #include <cstdint>
 
 #include "dofra_quality.h"
-
-struct CThread_pool;
+#include "weight/refine_state.h"
 
 namespace dofra {
-
-struct RefineState;
-
-// The scratch of one handle, for these sizes: the one in *slot when its sizes
-// match, else a new one (the old one released). nullptr when the allocation
-// fails; *slot then holds nothing.
-RefineState* RefineStateFor(RefineState** slot, int W, int H, int dW, int dH);
-void FreeRefineState(RefineState* state);
-// Bytes a state of these sizes holds (for the log).
-int64_t RefineStateBytes(int W, int H, int dW, int dH);
 
 struct RefineRequest {
   const DepthData* depth;  // calibration and dW x dH disparity
