@@ -3,6 +3,7 @@
 // the plain path and the handle's accounting alone.
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <cstring>
 #include <random>
 #include <string>
@@ -79,7 +80,8 @@ struct RowData {
 TEST(RefineRows, MatchThePerPixelFormula) {
   std::mt19937 rng(5);
   for (int trial = 0; trial < 200; ++trial) {
-    const int w = 2 + static_cast<int>(rng() % 70), dw = 1 + static_cast<int>(rng() % 12);
+    // Rows of NV21 frames are an even number of pixels (chroma pairs).
+    const int w = 2 + 2 * static_cast<int>(rng() % 35), dw = 1 + static_cast<int>(rng() % 12);
     const RowData d(w, dw, rng);
     const RefineTables t = RandomTables(rng);
     const int fy = trial % 5 == 0 ? 0 : static_cast<int>(rng() % 256);
@@ -282,8 +284,11 @@ TEST(RefineMap, RefusalsLogReturnOneAndWriteNothing) {
       {[](Refiner& r, H, G, T, O) { r.request.depth = nullptr; }, 28, "invalid DepthData"},
       {[](Refiner&, H h, G, T, O) { *h = nullptr; }, 22, "invalid handle"},
       {[](Refiner&, H, G, T, O o) { *o = nullptr; }, 30, "invalid output weight map"},
-      {[](Refiner& r, H, G, T, O) { r.handle->weight->SmoothDisparity = nullptr; }, 26,
-       "weight context not initialised"},
+      {[](Refiner& r, H, G, T, O) {
+         free(r.handle->weight->SmoothDisparity);
+         r.handle->weight->SmoothDisparity = nullptr;
+       },
+       26, "weight context not initialised"},
       {[](Refiner&, H h, G, T, O) {
          DofraParams p = {kW, kH, kDW, kDH, 5, 0, 4, 5};
          weight_init(&p, &plain_record);

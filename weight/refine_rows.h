@@ -34,7 +34,8 @@ struct RefineColumns {
   const uint8_t* fx;
 };
 
-// One output row: its guide rows, its two sample rows and its fraction.
+// One output row: its guide rows (an even number of pixels, so that every
+// pixel has its chroma pair), its two sample rows and its fraction.
 struct RefineRow {
   const uint8_t* luma;    // guide row y
   const uint8_t* chroma;  // guide chroma row y / 2: V, U pairs
