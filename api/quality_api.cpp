@@ -1,17 +1,31 @@
 // The exported opt-in quality modes (include/dofra_quality.h).
-#include "dofra_quality.h"
-
 #include "api/log.h"
 #include "blur/blur_context.h"
+#include "dofra_quality.h"
 #include "weight/refine_map.h"
 #include "weight/weight_context.h"
 #include "weight/weight_internal.h"
 
 namespace {
 
+// Fixed lines of the log: weight_async_process's refusals, then the mode's.
 constexpr const char* kRefineName = "DofraRefineWeightMap";
-constexpr WeightRequestLog kRefineLog = {kRefineName, 20, 22, 24, 26, 28, 30,
-                                         32,          34, 36, 38, 40, 42};
+constexpr int kLineNullRequest = 20;
+constexpr int kLineNullHandle = 22;
+constexpr int kLineNullContext = 24;
+constexpr int kLineBadContext = 26;
+constexpr int kLineNullDepth = 28;
+constexpr int kLineNullOutput = 30;
+constexpr int kLineBadLevel = 32;
+constexpr int kLineBadFocus = 34;
+constexpr int kLineBadScaleDen = 36;
+constexpr int kLineBadCalibDen = 38;
+constexpr int kLineBadCalibration = 40;
+constexpr int kLineBadSteps = 42;
+constexpr dofra::WeightRequestLog kRefineLog = {
+    kRefineName,      kLineNullRequest,    kLineNullHandle, kLineNullContext, kLineBadContext,
+    kLineNullDepth,   kLineNullOutput,     kLineBadLevel,   kLineBadFocus,    kLineBadScaleDen,
+    kLineBadCalibDen, kLineBadCalibration, kLineBadSteps};
 constexpr int kLineNoPipeline = 44;
 constexpr int kLineNullGuide = 46;
 constexpr int kLineGuideSize = 48;
@@ -63,7 +77,7 @@ bool CheckRefine(const DofraHandle* handle, const DofraGuide* guide,
 extern "C" DOFRA_EXPORT int DofraRefineWeightMap(WeightParams* request, DofraHandle* handle,
                                                  const DofraGuide* guide,
                                                  const DofraRefineTuning* tuning, uint16_t* out) {
-  if (!CheckWeightRequest(request, handle, out, kRefineLog)) return 1;
+  if (!dofra::CheckWeightRequest(request, handle, out, kRefineLog)) return 1;
   const DofraRefineTuning t = tuning != nullptr ? *tuning : dofra::DefaultRefineTuning();
   if (!CheckRefine(handle, guide, t)) return 1;
   const WeightContext* ctx = handle->weight;
@@ -75,8 +89,8 @@ extern "C" DOFRA_EXPORT int DofraRefineWeightMap(WeightParams* request, DofraHan
               static_cast<long long>(dofra::RefineStateBytes(W, H, dW, dH)));
     return 1;
   }
-  dofra::RefineWeightMap(state, handle->pool,
-                         {request->depth, request->level, request->focus_x, request->focus_y,
-                          guide->nv21, t, out});
+  dofra::RefineWeightMap(
+      state, handle->pool,
+      {request->depth, request->level, request->focus_x, request->focus_y, guide->nv21, t, out});
   return 0;
 }

@@ -10,6 +10,8 @@
 #include "blur/dispatch.h"
 #include "dofra_depth.h"
 
+using namespace dofra;  // the library's internal names
+
 namespace {
 
 using bench::Frames;
@@ -51,7 +53,7 @@ struct SingleBand {
         H(h),
         sw(w / scale),
         sh(h / scale),
-        i(scale - kMinScaleFactor),
+        i(FactorSlot(scale)),
         kernel(kKernel, 1024 / kKernel),
         tmp(size_t(h) * sw * 3 / 2),
         small(size_t(sw) * sh * 3 / 2),

@@ -6,25 +6,26 @@
 
 #include <benchmark/benchmark.h>
 
-#include "blur/dispatch.h"
+#include "kernels/simd_level.h"
 
 class ScopedSimdLevel {
  public:
-  ScopedSimdLevel(benchmark::State& state, SimdLevel level) : previous_(ActiveSimdLevel()) {
-    if (!ForceSimdLevel(level)) state.SkipWithError("the CPU lacks this level");
+  ScopedSimdLevel(benchmark::State& state, dofra::SimdLevel level)
+      : previous_(dofra::ActiveSimdLevel()) {
+    if (!dofra::ForceSimdLevel(level)) state.SkipWithError("the CPU lacks this level");
   }
-  ~ScopedSimdLevel() { ForceSimdLevel(previous_); }
+  ~ScopedSimdLevel() { dofra::ForceSimdLevel(previous_); }
   ScopedSimdLevel(const ScopedSimdLevel&) = delete;
   ScopedSimdLevel& operator=(const ScopedSimdLevel&) = delete;
 
  private:
-  SimdLevel previous_;
+  dofra::SimdLevel previous_;
 };
 
 // Registers benchmark `fn` as name_sse41 and name_avx2 with the arguments
 // given and the level last.
-#define DOFRA_BENCH_X86_LEVELS(fn, name, ...)                          \
-  BENCHMARK_CAPTURE(fn, name##_sse41, __VA_ARGS__, SimdLevel::kSse41); \
-  BENCHMARK_CAPTURE(fn, name##_avx2, __VA_ARGS__, SimdLevel::kAvx2)
+#define DOFRA_BENCH_X86_LEVELS(fn, name, ...)                                 \
+  BENCHMARK_CAPTURE(fn, name##_sse41, __VA_ARGS__, dofra::SimdLevel::kSse41); \
+  BENCHMARK_CAPTURE(fn, name##_avx2, __VA_ARGS__, dofra::SimdLevel::kAvx2)
 
 #endif  // DOFRA_BENCH_BENCH_LEVEL_H

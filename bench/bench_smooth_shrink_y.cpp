@@ -9,6 +9,8 @@
 #include "bench/bench_level.h"
 #include "blur/kernels.h"
 
+using namespace dofra;  // the library's internal names
+
 namespace {
 
 constexpr int kWidth = 1920;

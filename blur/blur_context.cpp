@@ -9,10 +9,26 @@
 #include "blur/frame_check.h"
 #include "dofra_depth.h"
 #include "pool/thread_pool.h"
-#include "weight/refine_state.h"
-#include "weight/weight_context.h"
+
+// The band pipeline runs the layer's tables and the pool's batch calls.
+using namespace dofra;
 
 namespace {
+
+// Fixed lines of the log, with the names they log under.
+constexpr const char* kInitName = "blur_init";
+constexpr int kLineRefused = 40;
+constexpr int kLineContextAlloc = 36;
+constexpr int kLineKernelWeights = 43;
+// Buffer allocation failures, in allocation order.
+constexpr int kLineSrcCopy = 47;
+constexpr int kLineXInterp = 54;
+constexpr int kLineScaleImg = 61;
+constexpr int kLineInputY = 68;
+constexpr int kLineInputUV = 75;
+constexpr int kLineTempimY = 82;
+constexpr int kLineTempimUV = 89;
+constexpr int kLineSmoothImg = 100;
 
 constexpr int kWeightUnit = 1024;                // kernel weights are 1/k in Q10
 constexpr int kIntegralBytes = 4;                // one 32-bit integral entry
@@ -48,14 +64,14 @@ int blur_init(DofraParams* params, DofraHandle* handle) {
   const int32_t k = params->blur_kernel_size;
   const int32_t s = params->scale_factor;
   if (const char* reason = blur_frame_refusal(W, H, s, k)) {
-    DOFRA_LOG(40, "blur_init", "refusing %dx%d at scale %d: %s\n", W, H, s, reason);
+    DOFRA_LOG(kLineRefused, kInitName, "refusing %dx%d at scale %d: %s\n", W, H, s, reason);
     return 1;
   }
 
   BlurContext* ctx = static_cast<BlurContext*>(calloc(1, sizeof(BlurContext)));
   handle->blur = ctx;
   if (ctx == nullptr) {
-    DOFRA_LOG(36, "blur_init", "BlurContext malloc error\n");
+    DOFRA_LOG(kLineContextAlloc, kInitName, "BlurContext malloc error\n");
     return 1;
   }
   ctx->kernel_size = k;
@@ -67,7 +83,7 @@ int blur_init(DofraParams* params, DofraHandle* handle) {
 
   ctx->kernel_weights = static_cast<uint16_t*>(calloc(k, sizeof(uint16_t)));
   if (ctx->kernel_weights == nullptr) {
-    DOFRA_LOG(43, "blur_init", "kernel_weights malloc error\n");
+    DOFRA_LOG(kLineKernelWeights, kInitName, "kernel_weights malloc error\n");
     return 1;
   }
   for (int32_t i = 0; i < k; ++i) {
@@ -78,16 +94,17 @@ int blur_init(DofraParams* params, DofraHandle* handle) {
   const int32_t pad_w_y = sw + 2 * r;
   const int32_t pad_w_uv = sw + 4 * r;  // r interleaved pairs of border per side
   const BufferSpec buffers[] = {
-      {&ctx->Src_copy, ThreeHalves(W, H), 47, "Src_copy malloc error\n"},
-      {&ctx->XInterp_image, ThreeHalves(H, sw), 54, "XInterp_image malloc error\n"},
-      {&ctx->scale_img, ThreeHalves(sw, sh), 61, "scale_img malloc error\n"},
-      {&ctx->input_tmp_y, Mul32(pad_w_y, sh + 2 * r), 68, "input_tmp_y malloc error\n"},
-      {&ctx->input_tmp_uv, Mul32(pad_w_uv, sh / 2 + 2 * r), 75, "input_tmp_uv malloc error\n"},
-      {&ctx->tempim_y, Mul32(Mul32(pad_w_y, sh + 2 * r + 1), kIntegralBytes * kIntegralBands), 82,
-       "tempim_y malloc error\n"},
+      {&ctx->Src_copy, ThreeHalves(W, H), kLineSrcCopy, "Src_copy malloc error\n"},
+      {&ctx->XInterp_image, ThreeHalves(H, sw), kLineXInterp, "XInterp_image malloc error\n"},
+      {&ctx->scale_img, ThreeHalves(sw, sh), kLineScaleImg, "scale_img malloc error\n"},
+      {&ctx->input_tmp_y, Mul32(pad_w_y, sh + 2 * r), kLineInputY, "input_tmp_y malloc error\n"},
+      {&ctx->input_tmp_uv, Mul32(pad_w_uv, sh / 2 + 2 * r), kLineInputUV,
+       "input_tmp_uv malloc error\n"},
+      {&ctx->tempim_y, Mul32(Mul32(pad_w_y, sh + 2 * r + 1), kIntegralBytes * kIntegralBands),
+       kLineTempimY, "tempim_y malloc error\n"},
       {&ctx->tempim_uv, Mul32(Mul32(pad_w_uv, sh / 2 + 2 * r + 1), kIntegralBytes * kIntegralBands),
-       89, "tempim_uv malloc error\n"},
-      {&ctx->smooth_img, ThreeHalves(sw, sh), 100, "smooth_img malloc error\n"},
+       kLineTempimUV, "tempim_uv malloc error\n"},
+      {&ctx->smooth_img, ThreeHalves(sw, sh), kLineSmoothImg, "smooth_img malloc error\n"},
   };
 
   int32_t total = 0;
@@ -95,7 +112,7 @@ int blur_init(DofraParams* params, DofraHandle* handle) {
     *b.field = static_cast<uint8_t*>(malloc(static_cast<size_t>(b.size)));
     if (*b.field == nullptr) {
       // The partly filled context stays attached for blur_deinit.
-      DOFRA_LOG(b.line, "blur_init", "%s", b.message);
+      DOFRA_LOG(b.line, kInitName, "%s", b.message);
       return 1;
     }
     total = Add32(total, b.size);
@@ -113,7 +130,6 @@ int blur_deinit(DofraHandle* handle) {
   for (void* p : owned) {
     if (p != nullptr) free(p);
   }
-  dofra::FreeRefineState(ctx->refine);
   free(ctx);
   return 0;
 }
@@ -179,15 +195,15 @@ void RunBand(BandTask* t, ShrinkFn shrink, SmoothFn smooth, BlendFn blend) {
                t->small_height, shrunk + 1, shrink_to);
         shrunk = shrink_to;
       }
-      (void)getTime();
+      TimingPoint();
       smooth(t->small_plane, t->padded_input, t->smoothed_plane, t->small_width, t->small_height,
              t->kernel_weights, r, r, t->integral_scratch, smoothed + 1, need);
       smoothed = need;
-      (void)getTime();
+      TimingPoint();
     }
     blend(t->source, t->width, t->height, t->small_width, t->small_height, t->weight_map,
           t->smoothed_plane, t->destination, first, last);
-    (void)getTime();
+    TimingPoint();
     first = last + 1;
   }
   one_thread_done(t->pool);
@@ -197,7 +213,7 @@ void RunBand(BandTask* t, ShrinkFn shrink, SmoothFn smooth, BlendFn blend) {
 
 void* Smooth_Y_thread(void* band_task) {
   BandTask* t = static_cast<BandTask*>(band_task);
-  const int i = t->scale_factor - kMinScaleFactor;
+  const int i = FactorSlot(t->scale_factor);
   const BlurKernelTable& k = ActiveBlurKernels();
   RunBand(t, k.shrink_y[i], k.smooth_y, k.blend_y[i]);
   return nullptr;
@@ -205,21 +221,20 @@ void* Smooth_Y_thread(void* band_task) {
 
 void* Smooth_UV_thread(void* band_task) {
   BandTask* t = static_cast<BandTask*>(band_task);
-  const int i = t->scale_factor - kMinScaleFactor;
+  const int i = FactorSlot(t->scale_factor);
   const BlurKernelTable& k = ActiveBlurKernels();
   RunBand(t, k.shrink_uv[i], k.smooth_uv, k.blend_uv[i]);
   return nullptr;
 }
 
 void blur_process(DofraHandle* handle, uint8_t* src_y, uint8_t* src_uv, uint8_t* dst_y,
-                  uint8_t* dst_uv, uint8_t* smoothed) {
+                  uint8_t* dst_uv, uint8_t* smoothed, uint16_t* weight_map) {
   const int32_t N = handle->band_count;
   CThread_pool* pool = handle->pool;
   BandTask* tasks = handle->pThreadArg;
   const int32_t W = handle->width;
   const int32_t H = handle->height;
   BlurContext* ctx = handle->blur;
-  uint16_t* weight_map = handle->weight->weight_map;
   uint8_t* smooth_buf = smoothed != nullptr ? smoothed : ctx->smooth_img;
 
   reset_thread_done(pool);
@@ -283,5 +298,5 @@ void blur_process(DofraHandle* handle, uint8_t* src_y, uint8_t* src_uv, uint8_t*
   // bands of a small frame: the caller then runs them all itself.
   pool_run_queued(pool, luma_bytes >= kWakeWorkersLuma);
   sync_thread_done(pool, 2 * N);
-  (void)getTime();
+  TimingPoint();
 }

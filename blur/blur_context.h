@@ -4,7 +4,8 @@
 
 #include <cstdint>
 
-struct CThread_pool;
+#include "pool/band_task.h"
+
 struct DofraHandle;
 struct DofraParams;
 namespace dofra {
@@ -31,31 +32,6 @@ struct BlurContext {
   dofra::RefineState* refine;  // DofraRefineWeightMap
 };
 
-// One task: a band of rows of one plane, rewritten every frame.
-struct BandTask {
-  CThread_pool* pool;
-  int32_t band_index;
-  int32_t first_row;  // plane rows this band writes, inclusive
-  int32_t last_row;
-  int32_t width;   // W
-  int32_t height;  // H (luma) or H / 2 (chroma)
-  int32_t scale_factor;
-  int32_t small_width;
-  int32_t small_height;     // sh (luma) or sh / 2 (chroma)
-  int32_t small_first_row;  // small rows this band smooths, inclusive
-  int32_t small_last_row;
-  int32_t kernel_size;
-  uint16_t* kernel_weights;
-  uint16_t* weight_map;  // full resolution for both planes
-  uint8_t* source;
-  uint8_t* destination;
-  uint8_t* small_plane;
-  uint8_t* shrink_tmp;
-  uint8_t* padded_input;      // shared by the bands of a plane
-  uint8_t* integral_scratch;  // this band's own slice
-  uint8_t* smoothed_plane;
-};
-
 // Allocates the context and its buffers into handle->blur and adds their
 // sizes to handle->buffer_total. Refuses (1, before allocating anything) a
 // frame the pipeline cannot process exactly; 1 when a buffer allocation fails
@@ -63,11 +39,13 @@ struct BandTask {
 int blur_init(DofraParams* params, DofraHandle* handle);
 // Releases the context and every buffer it holds; a null context is skipped.
 int blur_deinit(DofraHandle* handle);
-// Blurs one frame band-parallel on the handle's pool and returns when every
-// band is written. A plane that is both source and destination is read from
-// Src_copy. `smoothed` replaces smooth_img when not null.
+// Blurs one frame band-parallel on the handle's pool under `weight_map` (the
+// map installed in the handle's weight context, read by the caller once per
+// frame) and returns when every band is written. A plane that is both source
+// and destination is read from Src_copy. `smoothed` replaces smooth_img when
+// not null.
 void blur_process(DofraHandle* handle, uint8_t* src_y, uint8_t* src_uv, uint8_t* dst_y,
-                  uint8_t* dst_uv, uint8_t* smoothed);
+                  uint8_t* dst_uv, uint8_t* smoothed, uint16_t* weight_map);
 
 // Pool task bodies: shrink, smooth, enlarge and blend one band.
 void* Smooth_Y_thread(void* band_task);

@@ -9,19 +9,17 @@
 // 255 * 256 + 128 = 65408 fits in an unsigned 16-bit lane.
 #include <cstdint>
 
-#include "blur/blend.h"
 #include "blur/kernels.h"
-#include "blur/row_kernels.h"
+#include "kernels/fixed_point.h"
+#include "kernels/row_kernels.h"
+
+namespace dofra {
 
 namespace {
 
-constexpr int kPair = 2;       // bytes per pair
-constexpr int kFracOne = 256;  // 8-bit fraction scale
-constexpr int kRound8 = 128;
+constexpr int kPair = 2;  // bytes per pair
 
-using RowPtrs = ChromaRow;
-
-inline RowPtrs RowAt(const uint8_t* src, const uint16_t* weights, uint8_t* out, int W, int r) {
+inline ChromaRow RowAt(const uint8_t* src, const uint16_t* weights, uint8_t* out, int W, int r) {
   return {src + r * W, weights + 2 * r * W, out + r * W};
 }
 
@@ -32,14 +30,12 @@ struct Pos {
 };
 inline Pos PosAt(int p, int step) {
   const int pos = p * step;
-  return {pos >> 16, (pos >> 8) & 255};
+  return {PosInt(pos), PosFrac(pos)};
 }
-
-inline int Lerp(int a, int b, int wa, int wb) { return (a * wa + b * wb + kRound8) >> 8; }
 
 // Blends both bytes of pair p with blurred bytes b[0], b[1].
 template <bool kClamp>
-inline void PutPair(const RowPtrs& row, int p, const int* b) {
+inline void PutPair(const ChromaRow& row, int p, const int* b) {
   const int wt = row.wt[kPair * p];
   for (int c = 0; c < kPair; ++c) {
     const int i = kPair * p + c;
@@ -52,7 +48,6 @@ inline void PutPair(const RowPtrs& row, int p, const int* b) {
 // group and runs the rows inside; only fy, source, weights and output differ.
 // Capped so the run lives on the stack; a split run only recomputes.
 constexpr int kMaxRun = kMaxCompositeRun;
-using Run = ChromaRun;
 
 // Small rows and vertical fraction of one output row.
 struct RowSource {
@@ -66,7 +61,7 @@ struct RowSource {
 template <typename SourceFn, typename EmitFn>
 void ForEachRun(const uint8_t* src, const uint16_t* weights, uint8_t* out, int W, int r_begin,
                 int r_end, SourceFn source, EmitFn emit) {
-  Run run{};
+  ChromaRun run{};
   for (int r = r_begin; r <= r_end; ++r) {
     const RowSource rs = source(r);
     if (run.n == kMaxRun || (run.n > 0 && (rs.s0 != run.s0 || rs.s1 != run.s1))) {
@@ -94,7 +89,7 @@ struct EdgeRows {
 
 // Small pairs x.. of the run's rows, pair `last` repeated past it; the run's
 // rows from pair p on read them.
-Run EdgeRun(const Run& run, int p, int x, int last, EdgeRows& e) {
+ChromaRun EdgeRun(const ChromaRun& run, int p, int x, int last, EdgeRows& e) {
   for (int j = 0; j < kEdgePairs; ++j) {
     const int from = kPair * (x + j < last ? x + j : last);
     for (int c = 0; c < kPair; ++c) {
@@ -103,12 +98,12 @@ Run EdgeRun(const Run& run, int p, int x, int last, EdgeRows& e) {
     }
   }
   // Only the run's own rows are filled: this runs once per run.
-  Run edge;
+  ChromaRun edge;
   edge.s0 = e.s0;
   edge.s1 = e.s1;
   edge.n = run.n;
   for (int i = 0; i < run.n; ++i) {
-    const RowPtrs& r = run.row[i];
+    const ChromaRow& r = run.row[i];
     edge.fy[i] = run.fy[i];
     edge.row[i] = {r.src + kPair * p, r.wt + kPair * p, r.out + kPair * p};
   }
@@ -120,7 +115,7 @@ Run EdgeRun(const Run& run, int p, int x, int last, EdgeRows& e) {
 // of small pairs at halved coordinates (a half-pair shift, not interpolation).
 
 // Pairs [p_begin, p_end): (P[r0][k] + P[r0][k+1] + P[r1][k] + P[r1][k+1] + 2) >> 2.
-void X2Pairs_C(const RowPtrs& row, const uint8_t* s0, const uint8_t* s1, int p_begin, int p_end) {
+void X2Pairs_C(const ChromaRow& row, const uint8_t* s0, const uint8_t* s1, int p_begin, int p_end) {
   for (int p = p_begin; p < p_end; ++p) {
     const int k = kPair * (p >> 1);
     int b[kPair];
@@ -133,7 +128,7 @@ void X2Pairs_C(const RowPtrs& row, const uint8_t* s0, const uint8_t* s1, int p_b
 
 // The last two pairs: k + 1 would lie past a half-width row, so only the
 // vertical pair counts, (2 * P[r0][k] + 2 * P[r1][k] + 2) >> 2.
-void X2EdgePairs(const RowPtrs& row, const uint8_t* s0, const uint8_t* s1, int pairs) {
+void X2EdgePairs_C(const ChromaRow& row, const uint8_t* s0, const uint8_t* s1, int pairs) {
   for (int p = pairs - 2; p < pairs; ++p) {
     const int k = kPair * (p >> 1);
     int b[kPair];
@@ -145,7 +140,7 @@ void X2EdgePairs(const RowPtrs& row, const uint8_t* s0, const uint8_t* s1, int p
 // Returns the pairs written from 0; the driver writes the rest.
 using X2BulkFn = decltype(RowKernels::chroma_x2_bulk);
 
-int X2Bulk_C(const Run& run, int pairs) {
+int X2Bulk_C(const ChromaRun& run, int pairs) {
   for (int i = 0; i < run.n; ++i) X2Pairs_C(run.row[i], run.s0, run.s1, 0, pairs);
   return pairs;
 }
@@ -165,18 +160,18 @@ void CompositeX2(X2BulkFn bulk, bool bulk_edge, const uint8_t* src, int W, int s
     const int r1 = r >= last - 1 && r0 + 1 > sh - 1 ? sh - 1 : r0 + 1;
     return RowSource{small + r0 * sw, small + r1 * sw, 0};
   };
-  ForEachRun(src, weights, out, W, r_begin, last, source, [&](const Run& run) {
+  ForEachRun(src, weights, out, W, r_begin, last, source, [&](const ChromaRun& run) {
     const int done = bulk(run, pairs - 2);
     if (edge_in_bulk) {
       EdgeRows e;
-      const Run edge = EdgeRun(run, done, done / 2, pairs / 2 - 1, e);
+      const ChromaRun edge = EdgeRun(run, done, done / 2, pairs / 2 - 1, e);
       const int tail = pairs - done, tail_done = bulk(edge, tail);
       for (int i = 0; i < run.n; ++i) X2Pairs_C(edge.row[i], edge.s0, edge.s1, tail_done, tail);
       return;
     }
     for (int i = 0; i < run.n; ++i) {
       X2Pairs_C(run.row[i], run.s0, run.s1, done, pairs - 2);
-      X2EdgePairs(run.row[i], run.s0, run.s1, pairs);
+      X2EdgePairs_C(run.row[i], run.s0, run.s1, pairs);
     }
   });
 }
@@ -186,42 +181,42 @@ void CompositeX2(X2BulkFn bulk, bool bulk_edge, const uint8_t* src, int W, int s
 // phase from the pair number (x0 = p / F, fx = (p mod F) * 256 / F).
 
 template <int F>
-int BulkPairsX48(int W) {
-  constexpr int kGroupBytes = F == 4 ? 8 : 16;
+int BulkPairsXF(int W) {
+  constexpr int kGroupBytes = ChromaGroupBytes(F);
   return (W - kPair * F) / kGroupBytes * kGroupBytes / kPair;
 }
 
 // Main-row pairs [p_begin, p_end) with the phase of the pair number.
 template <int F>
-void X48PhasePairs_C(const RowPtrs& row, const uint8_t* s0, const uint8_t* s1, int fy, int p_begin,
-                     int p_end) {
+void XFPhasePairs_C(const ChromaRow& row, const uint8_t* s0, const uint8_t* s1, int fy, int p_begin,
+                    int p_end) {
   for (int p = p_begin; p < p_end; ++p) {
     const int x = kPair * (p / F);
     const int fx = (p % F) * kFracOne / F;
     int b[kPair];
     for (int c = 0; c < kPair; ++c) {
-      const int h0 = Lerp(s0[x + c], s0[x + kPair + c], kFracOne - fx, fx);
-      const int h1 = Lerp(s1[x + c], s1[x + kPair + c], kFracOne - fx, fx);
-      const int v = Lerp(h0, h1, kFracOne - fy, fy);
+      const int h0 = Lerp8(s0[x + c], s0[x + kPair + c], kFracOne - fx, fx);
+      const int h1 = Lerp8(s1[x + c], s1[x + kPair + c], kFracOne - fx, fx);
+      const int v = Lerp8(h0, h1, kFracOne - fy, fy);
       b[c] = v > 255 ? 255 : v;
     }
     PutPair<true>(row, p, b);
   }
 }
 
-using X48BulkFn = decltype(RowKernels::chroma_x4_bulk);
+using XFBulkFn = decltype(RowKernels::chroma_x4_bulk);
 
 template <int F>
-void X48Bulk_C(const Run& run, int pairs) {
+void XFBulk_C(const ChromaRun& run, int pairs) {
   for (int i = 0; i < run.n; ++i)
-    X48PhasePairs_C<F>(run.row[i], run.s0, run.s1, run.fy[i], 0, pairs);
+    XFPhasePairs_C<F>(run.row[i], run.s0, run.s1, run.fy[i], 0, pairs);
 }
 
 // Main row beyond the bulk: pairs up to W/2 - F - 1 from p * dx, then the
 // last F pairs vertical only.
 template <int F>
-void X48MainTail(const RowPtrs& row, const uint8_t* s0, const uint8_t* s1, int fy, int p_begin,
-                 int pairs, int dx) {
+void XFMainTail_C(const ChromaRow& row, const uint8_t* s0, const uint8_t* s1, int fy, int p_begin,
+                  int pairs, int dx) {
   for (int p = p_begin; p < pairs; ++p) {
     const Pos q = PosAt(p, dx);
     const int x = kPair * q.x0;
@@ -230,11 +225,11 @@ void X48MainTail(const RowPtrs& row, const uint8_t* s0, const uint8_t* s1, int f
     for (int c = 0; c < kPair; ++c) {
       int v;
       if (edge) {
-        v = Lerp(s0[x + c], s1[x + c], kFracOne - fy, fy);
+        v = Lerp8(s0[x + c], s1[x + c], kFracOne - fy, fy);
       } else {
-        const int h0 = Lerp(s0[x + c], s0[x + kPair + c], kFracOne - q.fx, q.fx);
-        const int h1 = Lerp(s1[x + c], s1[x + kPair + c], kFracOne - q.fx, q.fx);
-        v = Lerp(h0, h1, kFracOne - fy, fy);
+        const int h0 = Lerp8(s0[x + c], s0[x + kPair + c], kFracOne - q.fx, q.fx);
+        const int h1 = Lerp8(s1[x + c], s1[x + kPair + c], kFracOne - q.fx, q.fx);
+        v = Lerp8(h0, h1, kFracOne - fy, fy);
       }
       b[c] = v > 255 ? 255 : v;
     }
@@ -245,14 +240,14 @@ void X48MainTail(const RowPtrs& row, const uint8_t* s0, const uint8_t* s1, int f
 // Bottom rows from pair p_begin: horizontal only on r0; nearest pair for the
 // last F pairs.
 template <int F>
-void X48BottomRow(const RowPtrs& row, const uint8_t* s0, int p_begin, int pairs, int dx) {
+void XFBottomRow_C(const ChromaRow& row, const uint8_t* s0, int p_begin, int pairs, int dx) {
   for (int p = p_begin; p < pairs; ++p) {
     const Pos q = PosAt(p, dx);
     const int x = kPair * q.x0;
     int b[kPair];
     for (int c = 0; c < kPair; ++c) {
       const int v =
-          p >= pairs - F ? s0[x + c] : Lerp(s0[x + c], s0[x + kPair + c], kFracOne - q.fx, q.fx);
+          p >= pairs - F ? s0[x + c] : Lerp8(s0[x + c], s0[x + kPair + c], kFracOne - q.fx, q.fx);
       b[c] = v > 255 ? 255 : v;
     }
     PutPair<true>(row, p, b);
@@ -263,13 +258,12 @@ void X48BottomRow(const RowPtrs& row, const uint8_t* s0, int p_begin, int pairs,
 // r1 = r0 the vertical step returns h0 exactly, and when dx is 65536 / F the
 // positions p * dx equal the phase table. The _c members pass false.
 template <int F>
-void CompositeX48(X48BulkFn bulk, bool bulk_edges, const uint8_t* src, int W, int H, int sw, int sh,
-                  const uint16_t* weights, const uint8_t* small, uint8_t* out, int first,
-                  int last) {
-  const int dx = sw * 65536 / W;
-  const int dy = sh * 65536 / H;
+void CompositeXF(XFBulkFn bulk, bool bulk_edges, const uint8_t* src, int W, int H, int sw, int sh,
+                 const uint16_t* weights, const uint8_t* small, uint8_t* out, int first, int last) {
+  const int dx = sw * kPosOne / W;
+  const int dy = sh * kPosOne / H;
   const int pairs = W / kPair;
-  const int bulk_pairs = BulkPairsX48<F>(W);
+  const int bulk_pairs = BulkPairsXF<F>(W);
   const bool bottom = last == H - 1;
   const int main_last = bottom ? H - 1 - F : last;
   auto main_source = [&](int r) {
@@ -281,31 +275,31 @@ void CompositeX48(X48BulkFn bulk, bool bulk_edges, const uint8_t* src, int W, in
   // tail takes the bulk formula on a copy.
   const bool edge_in_bulk = bulk_edges && W == F * sw;
   constexpr int kGroupPairs = F == 4 ? 4 : 8;
-  auto bulk_tail = [&](const Run& run) {
+  auto bulk_tail = [&](const ChromaRun& run) {
     EdgeRows e;
-    const Run edge = EdgeRun(run, bulk_pairs, bulk_pairs / F, sw / kPair - 1, e);
+    const ChromaRun edge = EdgeRun(run, bulk_pairs, bulk_pairs / F, sw / kPair - 1, e);
     const int tail = pairs - bulk_pairs, groups = tail / kGroupPairs * kGroupPairs;
     bulk(edge, groups);
     for (int i = 0; i < run.n; ++i)
-      X48PhasePairs_C<F>(edge.row[i], edge.s0, edge.s1, edge.fy[i], groups, tail);
+      XFPhasePairs_C<F>(edge.row[i], edge.s0, edge.s1, edge.fy[i], groups, tail);
   };
-  ForEachRun(src, weights, out, W, first, main_last, main_source, [&](const Run& run) {
+  ForEachRun(src, weights, out, W, first, main_last, main_source, [&](const ChromaRun& run) {
     bulk(run, bulk_pairs);
     if (edge_in_bulk) return bulk_tail(run);
     for (int i = 0; i < run.n; ++i) {
-      X48MainTail<F>(run.row[i], run.s0, run.s1, run.fy[i], bulk_pairs, pairs, dx);
+      XFMainTail_C<F>(run.row[i], run.s0, run.s1, run.fy[i], bulk_pairs, pairs, dx);
     }
   });
   if (!bottom) return;
-  const int bottom_bulk = bulk_edges && dx == 65536 / F ? bulk_pairs : 0;
+  const int bottom_bulk = bulk_edges && dx == kPosOne / F ? bulk_pairs : 0;
   auto bottom_source = [&](int r) {
     const uint8_t* s0 = small + PosAt(r, dy).x0 * sw;
     return RowSource{s0, s0, 0};
   };
-  ForEachRun(src, weights, out, W, H - F, H - 1, bottom_source, [&](const Run& run) {
+  ForEachRun(src, weights, out, W, H - F, H - 1, bottom_source, [&](const ChromaRun& run) {
     if (bottom_bulk > 0) bulk(run, bottom_bulk);
     if (edge_in_bulk) return bulk_tail(run);
-    for (int i = 0; i < run.n; ++i) X48BottomRow<F>(run.row[i], run.s0, bottom_bulk, pairs, dx);
+    for (int i = 0; i < run.n; ++i) XFBottomRow_C<F>(run.row[i], run.s0, bottom_bulk, pairs, dx);
   });
 }
 
@@ -313,35 +307,34 @@ void CompositeX48(X48BulkFn bulk, bool bulk_edges, const uint8_t* src, int W, in
 // x6: 8-bit weights; the upper weight u = (256 - fy) mod 256 wraps, so a row
 // whose fy is 0 blurs towards 0 (kept). Row 0 and pair 0 have their own rules.
 
-constexpr int kX6Edge = 5;
 constexpr int kX6Cycle = 6;
-constexpr int kX6GroupPairs = 12;  // 24 bytes
 
-int BulkPairsX6(int W) { return kX6GroupPairs * ((W - 12) / 24); }
+// Pair 0 and the last 5 pairs stay outside the bulk.
+int BulkPairsX6(int W) { return kX6GroupPairs * ((W - kPair * (1 + kX6Edge)) / kX6Group); }
 
-inline int X6Vertical(int a, int b, int u, int fy) { return Lerp(a, b, u, fy); }
+inline int X6Vertical(int a, int b, int u, int fy) { return Lerp8(a, b, u, fy); }
 
 inline int X6Upper(int fy) { return (kFracOne - fy) & 255; }
 
 using X6BulkFn = decltype(RowKernels::chroma_x6_bulk);
 
 // Pairs 1..bulk_pairs: x0 = (p - 1) / 6, weights by (p - 1) mod 6.
-void X6Pairs_C(const RowPtrs& row, const uint8_t* s0, const uint8_t* s1, int fy, int bulk_pairs) {
+void X6Pairs_C(const ChromaRow& row, const uint8_t* s0, const uint8_t* s1, int fy, int bulk_pairs) {
   const int u = X6Upper(fy);
   for (int p = 1; p <= bulk_pairs; ++p) {
     const int x = kPair * ((p - 1) / kX6Cycle);
     const int i = (p - 1) % kX6Cycle;
     int b[kPair];
     for (int c = 0; c < kPair; ++c) {
-      const int h0 = Lerp(s0[x + c], s0[x + kPair + c], kX6Left[i], kX6Right[i]);
-      const int h1 = Lerp(s1[x + c], s1[x + kPair + c], kX6Left[i], kX6Right[i]);
+      const int h0 = Lerp8(s0[x + c], s0[x + kPair + c], kX6Left[i], kX6Right[i]);
+      const int h1 = Lerp8(s1[x + c], s1[x + kPair + c], kX6Left[i], kX6Right[i]);
       b[c] = X6Vertical(h0, h1, u, fy);
     }
     PutPair<false>(row, p, b);
   }
 }
 
-void X6Bulk_C(const Run& run, int bulk_pairs) {
+void X6Bulk_C(const ChromaRun& run, int bulk_pairs) {
   for (int i = 0; i < run.n; ++i) X6Pairs_C(run.row[i], run.s0, run.s1, run.fy[i], bulk_pairs);
 }
 
@@ -351,10 +344,10 @@ inline int X6HorizontalSample(const uint8_t* s0, int pairs, int dx, int p, int c
   const Pos q = PosAt(p, dx);
   const int x = kPair * q.x0;
   if (p == 0 || p >= pairs - kX6Edge) return s0[x + c];
-  return Lerp(s0[x + c], s0[x + kPair + c], kFracOne - q.fx, q.fx);
+  return Lerp8(s0[x + c], s0[x + kPair + c], kFracOne - q.fx, q.fx);
 }
 
-void X6HorizontalRow(const RowPtrs& row, const uint8_t* s0, int pairs, int dx) {
+void X6HorizontalRow_C(const ChromaRow& row, const uint8_t* s0, int pairs, int dx) {
   for (int p = 0; p < pairs; ++p) {
     int b[kPair];
     for (int c = 0; c < kPair; ++c) b[c] = X6HorizontalSample(s0, pairs, dx, p, c);
@@ -362,10 +355,10 @@ void X6HorizontalRow(const RowPtrs& row, const uint8_t* s0, int pairs, int dx) {
   }
 }
 
-// X6HorizontalRow for a run of rows sharing s0: one horizontal pass per
+// X6HorizontalRow_C for a run of rows sharing s0: one horizontal pass per
 // chunk of pairs, then a blend per row.
 constexpr int kX6ChunkPairs = 128;
-void X6HorizontalRun(const Run& run, int pairs, int dx) {
+void X6HorizontalRun(const ChromaRun& run, int pairs, int dx) {
   int h[kX6ChunkPairs][kPair];
   for (int p0 = 0; p0 < pairs; p0 += kX6ChunkPairs) {
     const int len = pairs - p0 < kX6ChunkPairs ? pairs - p0 : kX6ChunkPairs;
@@ -377,8 +370,8 @@ void X6HorizontalRun(const Run& run, int pairs, int dx) {
 }
 
 // Main row outside the bulk: pair 0, then pairs bulk_pairs + 1 on.
-void X6MainEdges(const RowPtrs& row, const uint8_t* s0, const uint8_t* s1, int fy, int pairs,
-                 int bulk_pairs, int dx) {
+void X6MainEdges_C(const ChromaRow& row, const uint8_t* s0, const uint8_t* s1, int fy, int pairs,
+                   int bulk_pairs, int dx) {
   const int u = X6Upper(fy);
   {
     int b[kPair];
@@ -394,8 +387,8 @@ void X6MainEdges(const RowPtrs& row, const uint8_t* s0, const uint8_t* s1, int f
       if (edge) {
         b[c] = X6Vertical(s0[x + c], s1[x + c], u, fy);
       } else {
-        const int h0 = Lerp(s0[x + c], s0[x + kPair + c], kFracOne - q.fx, q.fx);
-        const int h1 = Lerp(s1[x + c], s1[x + kPair + c], kFracOne - q.fx, q.fx);
+        const int h0 = Lerp8(s0[x + c], s0[x + kPair + c], kFracOne - q.fx, q.fx);
+        const int h1 = Lerp8(s1[x + c], s1[x + kPair + c], kFracOne - q.fx, q.fx);
         b[c] = X6Vertical(h0, h1, u, fy);
       }
     }
@@ -403,10 +396,10 @@ void X6MainEdges(const RowPtrs& row, const uint8_t* s0, const uint8_t* s1, int f
   }
 }
 
-// X6MainEdges for a whole run: the horizontal steps of the edge pairs (pair
+// X6MainEdges_C for a whole run: the horizontal steps of the edge pairs (pair
 // 0, then bulk_pairs + 1 on, fewer than 12 + 5 + 12) once per run.
 constexpr int kX6EdgePairs = 1 + 2 * kX6GroupPairs + kX6Edge;
-void X6RunEdges(const Run& run, int pairs, int bulk_pairs, int dx) {
+void X6RunEdges(const ChromaRun& run, int pairs, int bulk_pairs, int dx) {
   int at[kX6EdgePairs], h0[kX6EdgePairs][kPair], h1[kX6EdgePairs][kPair];
   int k = 0;
   for (int p = bulk_pairs; p < pairs; ++p, ++k) {
@@ -416,9 +409,9 @@ void X6RunEdges(const Run& run, int pairs, int bulk_pairs, int dx) {
     const bool vertical = at[k] == 0 || at[k] >= pairs - kX6Edge;
     for (int c = 0; c < kPair; ++c) {
       h0[k][c] = vertical ? run.s0[x + c]
-                          : Lerp(run.s0[x + c], run.s0[x + kPair + c], kFracOne - q.fx, q.fx);
+                          : Lerp8(run.s0[x + c], run.s0[x + kPair + c], kFracOne - q.fx, q.fx);
       h1[k][c] = vertical ? run.s1[x + c]
-                          : Lerp(run.s1[x + c], run.s1[x + kPair + c], kFracOne - q.fx, q.fx);
+                          : Lerp8(run.s1[x + c], run.s1[x + kPair + c], kFracOne - q.fx, q.fx);
     }
   }
   for (int i = 0; i < run.n; ++i) {
@@ -435,12 +428,12 @@ void X6RunEdges(const Run& run, int pairs, int bulk_pairs, int dx) {
 // formulas pair by pair.
 void CompositeX6(X6BulkFn bulk, bool by_run, const uint8_t* src, int W, int H, int sw, int sh,
                  const uint16_t* weights, const uint8_t* small, uint8_t* out, int first, int last) {
-  const int dx = sw * 65536 / W;
-  const int dy = sh * 65536 / H;
+  const int dx = sw * kPosOne / W;
+  const int dy = sh * kPosOne / H;
   const int pairs = W / kPair;
   const int bulk_pairs = BulkPairsX6(W);
   const bool bottom = last == H - 1;
-  if (first == 0) X6HorizontalRow(RowAt(src, weights, out, W, 0), small, pairs, dx);
+  if (first == 0) X6HorizontalRow_C(RowAt(src, weights, out, W, 0), small, pairs, dx);
   const int main_first = first == 0 ? 1 : first;
   const int main_last = bottom ? H - 1 - kX6Edge : last;
   auto source = [&](int r) {
@@ -448,11 +441,11 @@ void CompositeX6(X6BulkFn bulk, bool by_run, const uint8_t* src, int W, int H, i
     const uint8_t* s0 = small + q.x0 * sw;
     return RowSource{s0, s0 + sw, q.fx};
   };
-  ForEachRun(src, weights, out, W, main_first, main_last, source, [&](const Run& run) {
+  ForEachRun(src, weights, out, W, main_first, main_last, source, [&](const ChromaRun& run) {
     bulk(run, bulk_pairs);
     if (by_run) return X6RunEdges(run, pairs, bulk_pairs, dx);
     for (int i = 0; i < run.n; ++i) {
-      X6MainEdges(run.row[i], run.s0, run.s1, run.fy[i], pairs, bulk_pairs, dx);
+      X6MainEdges_C(run.row[i], run.s0, run.s1, run.fy[i], pairs, bulk_pairs, dx);
     }
   });
   if (!bottom) return;
@@ -460,9 +453,9 @@ void CompositeX6(X6BulkFn bulk, bool by_run, const uint8_t* src, int W, int H, i
     const uint8_t* s0 = small + PosAt(r, dy).x0 * sw;
     return RowSource{s0, s0, 0};
   };
-  ForEachRun(src, weights, out, W, H - kX6Edge, H - 1, bottom_source, [&](const Run& run) {
+  ForEachRun(src, weights, out, W, H - kX6Edge, H - 1, bottom_source, [&](const ChromaRun& run) {
     if (by_run) return X6HorizontalRun(run, pairs, dx);
-    for (int i = 0; i < run.n; ++i) X6HorizontalRow(run.row[i], run.s0, pairs, dx);
+    for (int i = 0; i < run.n; ++i) X6HorizontalRow_C(run.row[i], run.s0, pairs, dx);
   });
 }
 
@@ -470,10 +463,15 @@ void CompositeX6(X6BulkFn bulk, bool by_run, const uint8_t* src, int W, int H, i
 
 void FillCompositeUV_C(RowKernels* k) {
   k->chroma_x2_bulk = X2Bulk_C;
-  k->chroma_x4_bulk = X48Bulk_C<4>;
+  k->chroma_x4_bulk = XFBulk_C<4>;
   k->chroma_x6_bulk = X6Bulk_C;
-  k->chroma_x8_bulk = X48Bulk_C<8>;
+  k->chroma_x8_bulk = XFBulk_C<8>;
 }
+
+}  // namespace dofra
+
+// The members keep their global names; their bodies run the layer's code.
+using namespace dofra;
 
 // The _c members skip the bulk on the bottom rows: they are the formula as
 // stated, pixel by pixel.
@@ -483,16 +481,16 @@ DOFRA_BLEND(__CreateOutputImage_UV_x2_c) {
               first_row, last_row);
 }
 DOFRA_BLEND(__CreateOutputImage_UV_x4_c) {
-  CompositeX48<4>(ScalarRowKernels().chroma_x4_bulk, false, src, W, H, sw, sh, weights, small, out,
-                  first_row, last_row);
+  CompositeXF<4>(ScalarRowKernels().chroma_x4_bulk, false, src, W, H, sw, sh, weights, small, out,
+                 first_row, last_row);
 }
 DOFRA_BLEND(__CreateOutputImage_UV_x6_c) {
   CompositeX6(ScalarRowKernels().chroma_x6_bulk, false, src, W, H, sw, sh, weights, small, out,
               first_row, last_row);
 }
 DOFRA_BLEND(__CreateOutputImage_UV_x8_c) {
-  CompositeX48<8>(ScalarRowKernels().chroma_x8_bulk, false, src, W, H, sw, sh, weights, small, out,
-                  first_row, last_row);
+  CompositeXF<8>(ScalarRowKernels().chroma_x8_bulk, false, src, W, H, sw, sh, weights, small, out,
+                 first_row, last_row);
 }
 
 DOFRA_BLEND(__CreateOutputImage_UV_x2_neon) {
@@ -501,14 +499,14 @@ DOFRA_BLEND(__CreateOutputImage_UV_x2_neon) {
               first_row, last_row);
 }
 DOFRA_BLEND(__CreateOutputImage_UV_x4_neon) {
-  CompositeX48<4>(ActiveRowKernels().chroma_x4_bulk, true, src, W, H, sw, sh, weights, small, out,
-                  first_row, last_row);
+  CompositeXF<4>(ActiveRowKernels().chroma_x4_bulk, true, src, W, H, sw, sh, weights, small, out,
+                 first_row, last_row);
 }
 DOFRA_BLEND(__CreateOutputImage_UV_x6_neon) {
   CompositeX6(ActiveRowKernels().chroma_x6_bulk, true, src, W, H, sw, sh, weights, small, out,
               first_row, last_row);
 }
 DOFRA_BLEND(__CreateOutputImage_UV_x8_neon) {
-  CompositeX48<8>(ActiveRowKernels().chroma_x8_bulk, true, src, W, H, sw, sh, weights, small, out,
-                  first_row, last_row);
+  CompositeXF<8>(ActiveRowKernels().chroma_x8_bulk, true, src, W, H, sw, sh, weights, small, out,
+                 first_row, last_row);
 }

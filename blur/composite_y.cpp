@@ -12,23 +12,14 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "blur/blend.h"
 #include "blur/kernels.h"
-#include "blur/row_kernels.h"
+#include "kernels/fixed_point.h"
+#include "kernels/row_kernels.h"
+
+namespace dofra {
 
 namespace {
 
-constexpr int kFracBits = 8;   // 8-bit fractions of 16.16 positions
-constexpr int kFracOne = 256;  // weights of a 2-tap interpolation sum to this
-constexpr int kRound8 = 128;
-constexpr int kPosShift = 16;  // integer part of a 16.16 position
-constexpr int kPosOne = 65536;
-
-// The x6 bulk: 24 columns per group, a six-step phase cycle that never drifts.
-constexpr int kX6Group = 24;
-constexpr int kX6Edge = 5;     // last columns / bottom rows of x6
-constexpr int kBulkGroup = 8;  // x4 / x8 bulk columns per group
-constexpr int kX2Group = 16;   // x2 bulk columns per group
 // Main rows with the same r0 also share r1, so a run of them shares one
 // horizontal interpolation.
 constexpr int kMaxRun = kMaxCompositeRun;
@@ -41,9 +32,7 @@ struct Planes {
   int W, H, sw, sh;
 };
 
-using RowCtx = LumaRow;
-
-RowCtx MakeRow(const Planes& p, int r, int r0, int r1, int fy, int dx) {
+LumaRow MakeRow(const Planes& p, int r, int r0, int r1, int fy, int dx) {
   const ptrdiff_t o = static_cast<ptrdiff_t>(r) * p.W;
   return {p.src + o,
           p.weights + o,
@@ -55,11 +44,8 @@ RowCtx MakeRow(const Planes& p, int r, int r0, int r1, int fy, int dx) {
 }
 
 // Position of column / row i: integer sample and 8-bit fraction.
-inline int PosInt(int i, int step) { return (i * step) >> kPosShift; }
-inline int PosFrac(int i, int step) { return ((i * step) >> kFracBits) & (kFracOne - 1); }
-
-// (a * wa + b * wb + 128) >> 8; products <= 255 * 256 + 128, fit in 16 bits.
-inline int Lerp8(int a, int b, int wa, int wb) { return (a * wa + b * wb + kRound8) >> kFracBits; }
+inline int PosInt(int i, int step) { return PosInt(i * step); }
+inline int PosFrac(int i, int step) { return PosFrac(i * step); }
 
 // Rows from r up to `last` (at most kMaxRun) with the same r0 as row r.
 inline int RunLength(int r, int last, int dy) {
@@ -73,25 +59,25 @@ inline int RunLength(int r, int last, int dy) {
 
 // Bulk helper: blends columns [0, n) and returns n, a multiple of 16 with
 // every column in it using the full 2x2 mean (n <= W - 2).
-using X2Bulk = decltype(RowKernels::luma_x2_bulk);
+using X2BulkFn = decltype(RowKernels::luma_x2_bulk);
 
-inline int Mean2x2(const RowCtx& q, int k) {
+inline int Mean2x2(const LumaRow& q, int k) {
   return (q.s0[k] + q.s0[k + 1] + q.s1[k] + q.s1[k + 1] + 2) >> 2;  // sum <= 1022
 }
 
 // Columns [from, to) with the full 2x2 mean.
-void X2Means_C(const RowCtx& q, int from, int to) {
+void X2Means_C(const LumaRow& q, int from, int to) {
   for (int c = from; c < to; ++c) q.out[c] = BlendWrap(q.src[c], Mean2x2(q, c >> 1), q.w[c]);
 }
 
-int X2Bulk_C(const RowCtx* rows, int count, int W) {
+int X2Bulk_C(const LumaRow* rows, int count, int W) {
   const int n = std::max(W - 2, 0) / kX2Group * kX2Group;
   for (int i = 0; i < count; ++i) X2Means_C(rows[i], 0, n);
   return n;
 }
 
 // Scalar formula for columns [from, W); also the remainder of the bulk.
-void X2Tail_C(const RowCtx& q, int W, int from) {
+void X2Tail_C(const LumaRow& q, int W, int from) {
   int c = std::max(from, W - 2);
   X2Means_C(q, from, c);
   // Last two columns: k + 1 would lie past a plane of width W / 2.
@@ -113,7 +99,7 @@ struct EdgeSamples {
 };
 
 // Samples x.. of both rows, sample `last` repeated past it.
-EdgeSamples CopyEdge(const RowCtx& q, int x, int last) {
+EdgeSamples CopyEdge(const LumaRow& q, int x, int last) {
   EdgeSamples e;
   for (int j = 0; j < kEdgeSamples; ++j) {
     e.s0[j] = q.s0[std::min(x + j, last)];
@@ -123,11 +109,11 @@ EdgeSamples CopyEdge(const RowCtx& q, int x, int last) {
 }
 
 // Row q from column c on, reading its small rows from e (sample c / F first).
-RowCtx EdgeRow(const RowCtx& q, int c, const EdgeSamples& e) {
+LumaRow EdgeRow(const LumaRow& q, int c, const EdgeSamples& e) {
   return {q.src + c, q.w + c, q.out + c, e.s0, e.s1, q.fy, q.dx};
 }
 
-void CompositeX2(const Planes& p, int first, int last, X2Bulk bulk, bool bulk_edge) {
+void CompositeX2(const Planes& p, int first, int last, X2BulkFn bulk, bool bulk_edge) {
   // The formula halves coordinates whatever sw is; an even W makes both
   // last columns read sample W / 2 - 1 alone.
   const bool edge_in_bulk = bulk_edge && p.W % 2 == 0;
@@ -138,7 +124,7 @@ void CompositeX2(const Planes& p, int first, int last, X2Bulk bulk, bool bulk_ed
   auto r1_of = [&](int r) {
     return r >= last - 1 ? std::min((r >> 1) + 1, p.sh - 1) : (r >> 1) + 1;
   };
-  RowCtx rows[2];
+  LumaRow rows[2];
   for (int r = r_begin; r <= last;) {
     // Rows 2k and 2k + 1 share their small rows.
     const int n = r + 1 <= last && (r & 1) == 0 && r1_of(r) == r1_of(r + 1) ? 2 : 1;
@@ -151,7 +137,7 @@ void CompositeX2(const Planes& p, int first, int last, X2Bulk bulk, bool bulk_ed
       // counts two columns past the ones it may write.
       const int tail = p.W - done;
       const EdgeSamples e = CopyEdge(rows[0], done / 2, half_last);
-      RowCtx edge[2];
+      LumaRow edge[2];
       for (int i = 0; i < n; ++i) edge[i] = EdgeRow(rows[i], done, e);
       const int tail_done = bulk(edge, n, tail + 2);
       for (int i = 0; i < n; ++i) X2Means_C(edge[i], tail_done, tail);
@@ -164,10 +150,10 @@ void CompositeX2(const Planes& p, int first, int last, X2Bulk bulk, bool bulk_ed
 
 // Bulk helper: blends main-row columns [0, end) of `count` rows that share
 // s0 and s1 with the fixed phase table of factor F; end is a multiple of 8.
-using XFBulk = decltype(RowKernels::luma_x4_bulk);
+using XFBulkFn = decltype(RowKernels::luma_x4_bulk);
 
 template <int F>
-inline int BilinearXF(const RowCtx& q, int x0, int fx) {
+inline int BilinearXF(const LumaRow& q, int x0, int fx) {
   const int h0 = Lerp8(q.s0[x0], q.s0[x0 + 1], kFracOne - fx, fx);
   const int h1 = Lerp8(q.s1[x0], q.s1[x0 + 1], kFracOne - fx, fx);
   return std::min(255, Lerp8(h0, h1, kFracOne - q.fy, q.fy));
@@ -175,7 +161,7 @@ inline int BilinearXF(const RowCtx& q, int x0, int fx) {
 
 // Columns [from, to) with the phase table.
 template <int F>
-void XFPhaseColumns_C(const RowCtx& q, int from, int to) {
+void XFPhaseColumns_C(const LumaRow& q, int from, int to) {
   for (int c = from; c < to; ++c) {
     const int fx = (c % F) * (kFracOne / F);
     q.out[c] = BlendClamp(q.src[c], BilinearXF<F>(q, c / F, fx), q.w[c]);
@@ -183,13 +169,13 @@ void XFPhaseColumns_C(const RowCtx& q, int from, int to) {
 }
 
 template <int F>
-void XFBulk_C(const RowCtx* rows, int count, int end) {
+void XFBulk_C(const LumaRow* rows, int count, int end) {
   for (int i = 0; i < count; ++i) XFPhaseColumns_C<F>(rows[i], 0, end);
 }
 
 // Main-row columns [from, W): positions from c * dx, last F vertical only.
 template <int F>
-void XFMainTail_C(const RowCtx& q, int W, int from) {
+void XFMainTail_C(const LumaRow& q, int W, int from) {
   int c = from;
   for (; c < W - F; ++c) {
     const int b = BilinearXF<F>(q, PosInt(c, q.dx), PosFrac(c, q.dx));
@@ -204,7 +190,7 @@ void XFMainTail_C(const RowCtx& q, int W, int from) {
 
 // Bottom rows: horizontal only on row r0, nearest sample in the last F columns.
 template <int F>
-void XFBottomRow_C(const RowCtx& q, int W) {
+void XFBottomRow_C(const LumaRow& q, int W) {
   int c = 0;
   for (; c < W - F; ++c) {
     const int x0 = PosInt(c, q.dx);
@@ -219,20 +205,20 @@ void XFBottomRow_C(const RowCtx& q, int W) {
 // columns (the last F among them) and the bottom rows (r1 = r0, whose
 // vertical step returns h0) take the bulk formula on the copy too.
 template <int F>
-void CompositeXF(const Planes& p, int first, int last, XFBulk bulk, bool bulk_edge) {
+void CompositeXF(const Planes& p, int first, int last, XFBulkFn bulk, bool bulk_edge) {
   const int dx = p.sw * kPosOne / p.W;
   const int dy = p.sh * kPosOne / p.H;
   const bool at_bottom = last == p.H - 1;
   const int main_last = at_bottom ? p.H - 1 - F : last;
   const int bulk_end = std::max(p.W - F, 0) / kBulkGroup * kBulkGroup;
   const bool edge_in_bulk = bulk_edge && p.W == F * p.sw;
-  RowCtx rows[kMaxRun];
+  LumaRow rows[kMaxRun];
   auto run = [&](int r, int n, int r0, int r1) {
     for (int i = 0; i < n; ++i) rows[i] = MakeRow(p, r + i, r0, r1, PosFrac(r + i, dy), dx);
     bulk(rows, n, bulk_end);
     if (!edge_in_bulk) return false;
     const EdgeSamples e = CopyEdge(rows[0], bulk_end / F, p.sw - 1);
-    RowCtx edge[kMaxRun];
+    LumaRow edge[kMaxRun];
     for (int i = 0; i < n; ++i) edge[i] = EdgeRow(rows[i], bulk_end, e);
     const int tail = p.W - bulk_end;
     const int groups = tail / kBulkGroup * kBulkGroup;
@@ -261,7 +247,7 @@ void CompositeXF(const Planes& p, int first, int last, XFBulk bulk, bool bulk_ed
 // Bulk helper: blends main-row columns [1, 1 + n) of `count` rows that share
 // s0 and s1 with the six-step cycle, n a multiple of 24. The upper weight is
 // q.fy ? 256 - q.fy : 0.
-using X6Bulk = decltype(RowKernels::luma_x6_bulk);
+using X6BulkFn = decltype(RowKernels::luma_x6_bulk);
 
 // Vertical step with the 8-bit upper weight u = (256 - fy) mod 256: a row
 // with fy = 0 gets weights 0 and 0, hence the blurred sample 0.
@@ -269,15 +255,15 @@ inline int VerticalX6(int top, int bottom, int fy) {
   return Lerp8(top, bottom, (kFracOne - fy) & (kFracOne - 1), fy);
 }
 
-inline int BilinearX6(const RowCtx& q, int x0, int left, int right) {
+inline int BilinearX6(const LumaRow& q, int x0, int left, int right) {
   const int h0 = Lerp8(q.s0[x0], q.s0[x0 + 1], left, right);
   const int h1 = Lerp8(q.s1[x0], q.s1[x0 + 1], left, right);
   return VerticalX6(h0, h1, q.fy);
 }
 
-void X6Bulk_C(const RowCtx* rows, int count, int n) {
+void X6Bulk_C(const LumaRow* rows, int count, int n) {
   for (int i = 0; i < count; ++i) {
-    const RowCtx& q = rows[i];
+    const LumaRow& q = rows[i];
     for (int c = 1; c <= n; ++c) {
       const int j = (c - 1) % 6;
       const int b = BilinearX6(q, (c - 1) / 6, kX6Left[j], kX6Right[j]);
@@ -288,7 +274,7 @@ void X6Bulk_C(const RowCtx* rows, int count, int n) {
 
 // Main row outside the bulk: column 0, then [from, W - 6] from c * dx, then
 // the last 5 columns vertical only.
-void X6MainEdges_C(const RowCtx& q, int W, int from) {
+void X6MainEdges_C(const LumaRow& q, int W, int from) {
   q.out[0] = BlendWrap(q.src[0], VerticalX6(q.s0[0], q.s1[0], q.fy), q.w[0]);
   int c = from;
   for (; c <= W - 1 - kX6Edge; ++c) {
@@ -304,8 +290,8 @@ void X6MainEdges_C(const RowCtx& q, int W, int from) {
 // X6MainEdges_C for a run of rows sharing s0 and s1: the horizontal steps of
 // the edge columns (column 0, then [from, W)) are taken once per run.
 constexpr int kX6EdgeColumns = 1 + kX6Group + kX6Edge;  // column 0, tail < 24 + 5
-void X6RunEdges(const RowCtx* rows, int n, int W, int from) {
-  const RowCtx& q = rows[0];
+void X6RunEdges(const LumaRow* rows, int n, int W, int from) {
+  const LumaRow& q = rows[0];
   int col[kX6EdgeColumns], h0[kX6EdgeColumns], h1[kX6EdgeColumns];
   int k = 0;
   col[k] = 0, h0[k] = q.s0[0], h1[k] = q.s1[0], ++k;
@@ -317,7 +303,7 @@ void X6RunEdges(const RowCtx* rows, int n, int W, int from) {
     h1[k] = vertical ? q.s1[x0] : Lerp8(q.s1[x0], q.s1[x0 + 1], kFracOne - fx, fx);
   }
   for (int i = 0; i < n; ++i) {
-    const RowCtx& r = rows[i];
+    const LumaRow& r = rows[i];
     for (int j = 0; j < k; ++j)
       r.out[col[j]] = BlendWrap(r.src[col[j]], VerticalX6(h0[j], h1[j], r.fy), r.w[col[j]]);
   }
@@ -325,28 +311,28 @@ void X6RunEdges(const RowCtx* rows, int n, int W, int from) {
 
 // Row 0 and the bottom rows: horizontal only on row r0, nearest sample in
 // column 0 and in the last 5 columns.
-inline int X6HorizontalSample(const RowCtx& q, int W, int c) {
+inline int X6HorizontalSample(const LumaRow& q, int W, int c) {
   const int x0 = PosInt(c, q.dx);
   if (c == 0 || c > W - 1 - kX6Edge) return q.s0[x0];
   const int fx = PosFrac(c, q.dx);
   return Lerp8(q.s0[x0], q.s0[x0 + 1], kFracOne - fx, fx);
 }
 
-void X6HorizontalRow_C(const RowCtx& q, int W) {
+void X6HorizontalRow_C(const LumaRow& q, int W) {
   for (int c = 0; c < W; ++c) q.out[c] = BlendWrap(q.src[c], X6HorizontalSample(q, W, c), q.w[c]);
 }
 
 // X6HorizontalRow_C for rows sharing r0: one horizontal pass per chunk of
 // columns, then a blend per row.
 constexpr int kX6Chunk = 256;
-void X6HorizontalRows(const RowCtx* rows, int n, int W) {
+void X6HorizontalRows(const LumaRow* rows, int n, int W) {
   uint8_t h[kX6Chunk];
   for (int c0 = 0; c0 < W; c0 += kX6Chunk) {
     const int len = std::min(kX6Chunk, W - c0);
     for (int j = 0; j < len; ++j)
       h[j] = static_cast<uint8_t>(X6HorizontalSample(rows[0], W, c0 + j));
     for (int i = 0; i < n; ++i) {
-      const RowCtx& q = rows[i];
+      const LumaRow& q = rows[i];
       for (int j = 0; j < len; ++j) q.out[c0 + j] = BlendWrap(q.src[c0 + j], h[j], q.w[c0 + j]);
     }
   }
@@ -354,12 +340,12 @@ void X6HorizontalRows(const RowCtx* rows, int n, int W) {
 
 // Vector members take the edges a run (or rows sharing r0) at a time; the
 // _c members keep the formulas pixel by pixel.
-void CompositeX6(const Planes& p, int first, int last, X6Bulk bulk, bool by_run) {
+void CompositeX6(const Planes& p, int first, int last, X6BulkFn bulk, bool by_run) {
   const int dx = p.sw * kPosOne / p.W;
   const int dy = p.sh * kPosOne / p.H;
   const bool at_bottom = last == p.H - 1;
-  const int bulk_n = std::max(p.W - 6, 0) / kX6Group * kX6Group;
-  RowCtx rows[kMaxRun];
+  const int bulk_n = std::max(p.W - 1 - kX6Edge, 0) / kX6Group * kX6Group;
+  LumaRow rows[kMaxRun];
   if (first == 0) {
     rows[0] = MakeRow(p, 0, 0, 0, 0, dx);
     by_run ? X6HorizontalRows(rows, 1, p.W) : X6HorizontalRow_C(rows[0], p.W);
@@ -395,6 +381,11 @@ void FillCompositeY_C(RowKernels* k) {
   k->luma_x6_bulk = X6Bulk_C;
   k->luma_x8_bulk = XFBulk_C<8>;
 }
+
+}  // namespace dofra
+
+// The members keep their global names; their bodies run the layer's code.
+using namespace dofra;
 
 DOFRA_BLEND(__CreateOutputImage_Y_x2_neon) {
   CompositeX2(Planes{src, weights, small, out, W, H, sw, sh}, first_row, last_row,

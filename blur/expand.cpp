@@ -6,6 +6,8 @@
 
 #include "blur/kernels.h"
 
+namespace dofra {
+
 namespace {
 
 inline int ClampRow(int row, int h) { return row < 0 ? 0 : (row >= h ? h - 1 : row); }
@@ -48,6 +50,11 @@ void FillSidesUV(uint8_t* dst, int w, int r, int first, int last) {
 }
 
 }  // namespace
+
+}  // namespace dofra
+
+// The members keep their global names; their bodies run the layer's code.
+using namespace dofra;
 
 // Padded rows from..to + 2r hold source rows from - r..to + r. At a band's
 // inner edge the real neighbouring rows are copied; at the plane's edges the

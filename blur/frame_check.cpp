@@ -7,14 +7,16 @@
 #include <algorithm>
 #include <cstdint>
 
+#include "kernels/fixed_point.h"
+#include "kernels/row_kernels.h"
+
+namespace dofra {
+
 namespace {
 
 constexpr int kBandCount = 2;  // the integral scratch sizes assume two bands
 constexpr int64_t kInt32Max = 0x7fffffff;
-constexpr int64_t kFixedOne = 65536;  // 1.0 in 16.16 positions
-constexpr int kFixedShift = 16;
-constexpr int kFracShift = 8;  // 8-bit fraction of a 16.16 position
-constexpr int kFracMask = 255;
+constexpr int64_t kFixedOne = kPosOne;  // 1.0 in 16.16 positions, in 64 bits
 constexpr int kLuma = 0;
 constexpr int kChroma = 1;
 
@@ -132,7 +134,7 @@ bool operator!=(const RowUse& a, const RowUse& b) {
 }
 
 // Edge width of the bilinear members: vertical-only columns and bottom rows.
-int EdgeWidth(int s) { return s == 6 ? 5 : s; }
+int EdgeWidth(int s) { return s == 6 ? kX6Edge : s; }
 
 RowUse RowOf(const Plane& p, const Band& b, int row, int dy) {
   RowUse use{kNotWritten, 0, 0, 0};
@@ -146,8 +148,8 @@ RowUse RowOf(const Plane& p, const Band& b, int row, int dy) {
   }
   const int edge = EdgeWidth(p.s);
   const int64_t pos = int64_t{row} * dy;
-  const int r0 = static_cast<int>(pos >> kFixedShift);
-  const int fy = static_cast<int>((pos >> kFracShift) & kFracMask);
+  const int r0 = static_cast<int>(PosInt(pos));
+  const int fy = PosFrac(pos);
   const bool ends_plane = b.last == p.height - 1;
   const bool x6 = p.s == 6;
   const int main_first = x6 && b.first == 0 ? 1 : b.first;
@@ -167,7 +169,7 @@ bool ReadsInside(const Plane& p, int64_t x0, bool pair) {
   return x0 >= 0 && x0 + (pair ? 1 : 0) <= p.small_cols - 1;
 }
 
-int64_t Position(int c, int dx) { return (int64_t{c} * dx) >> kFixedShift; }
+int64_t Position(int c, int dx) { return PosInt(int64_t{c} * dx); }
 
 // Every column written under `rule` lies in the plane and reads inside the small plane.
 bool ColumnsInside(const Plane& p, RowRule rule, int dx) {
@@ -188,9 +190,8 @@ bool ColumnsInside(const Plane& p, RowRule rule, int dx) {
     if (!ReadsInside(p, 0, false)) return false;  // column 0 rule
     first_interp = 1;
     if (rule == kMain) {
-      constexpr int kGroup6 = 24;
-      const int margin = p.kind == kChroma ? 12 : 6;
-      const int bulk_bytes = kGroup6 * ((p.width - margin) / kGroup6);
+      const int margin = (p.kind == kChroma ? 2 : 1) * (1 + kX6Edge);  // column (pair) 0, edge
+      const int bulk_bytes = kX6Group * ((p.width - margin) / kX6Group);
       bulk_first = 1;
       bulk_last = p.kind == kChroma ? bulk_bytes / 2 : bulk_bytes;
     }
@@ -198,7 +199,7 @@ bool ColumnsInside(const Plane& p, RowRule rule, int dx) {
       if (!ReadsInside(p, (c - 1) / 6, true)) return false;
   } else if (rule == kMain) {
     // Bulk end: (W - F) or, for chroma, (W - 2F) bytes rounded down to the group.
-    const int group = p.kind == kChroma && p.s == 8 ? 16 : 8;
+    const int group = p.kind == kChroma ? ChromaGroupBytes(p.s) : kBulkGroup;
     const int bytes = p.width - (p.kind == kChroma ? 2 * p.s : p.s);
     const int bulk_end = group * (bytes / group);
     bulk_last = (p.kind == kChroma ? bulk_end / 2 : bulk_end) - 1;
@@ -294,3 +295,5 @@ const char* blur_frame_refusal(int width, int height, int scale_factor, int kern
   if (const char* why = PlaneRefusal(luma)) return why;
   return PlaneRefusal(chroma);
 }
+
+}  // namespace dofra

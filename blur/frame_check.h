@@ -3,6 +3,8 @@
 #ifndef DOFRA_BLUR_FRAME_CHECK_H
 #define DOFRA_BLUR_FRAME_CHECK_H
 
+namespace dofra {
+
 // Null when a width x height NV21 frame at scale_factor, smoothed with a box
 // of kernel_size (radius kernel_size / 2), goes through the band pipeline
 // exactly; otherwise a short static reason naming the problem.
@@ -14,5 +16,7 @@
 // value it did not produce itself, or write a byte another task writes
 // differently. Allocates nothing; O(width + height).
 const char* blur_frame_refusal(int width, int height, int scale_factor, int kernel_size);
+
+}  // namespace dofra
 
 #endif  // DOFRA_BLUR_FRAME_CHECK_H

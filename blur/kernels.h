@@ -2,7 +2,7 @@
 // guarantees sizes and row ranges (checked once, when a handle is created).
 //
 // Every hand-vectorised member (suffix _neon: the row helpers of the active
-// instruction-set level, blur/row_kernels.h) has its plain scalar formula
+// instruction-set level, kernels/row_kernels.h) has its plain scalar formula
 // beside it under the same name with the suffix _c; the two give identical
 // bytes on every input. Members named without _neon may be vectorised inside
 // as well and then also keep a _c formula.
@@ -10,6 +10,8 @@
 #define DOFRA_BLUR_KERNELS_H
 
 #include <cstdint>
+
+namespace dofra {
 
 // Shrink: (source, small, intermediate, W, H, w, h, y0, y1).
 using ShrinkFn = void (*)(const uint8_t* src, uint8_t* small, uint8_t* tmp, int W, int H, int w,
@@ -25,6 +27,9 @@ using BlendFn = void (*)(const uint8_t* src, int W, int H, int sw, int sh, const
 // Border expansion: (source, padded, w, h, r, first row, last row).
 using ExpandFn = void (*)(const uint8_t* src, uint8_t* dst, int w, int h, int r, int from, int to);
 
+}  // namespace dofra
+
+// The members themselves keep their global names.
 #define DOFRA_SHRINK(name)                                                                        \
   void name(const uint8_t* src, uint8_t* small, uint8_t* tmp, int W, int H, int w, int h, int y0, \
             int y1)

@@ -11,8 +11,10 @@
 #include <cstdint>
 
 #include "blur/kernels.h"
-#include "blur/row_kernels.h"
-#include "blur/shrink_taps.h"
+#include "kernels/fixed_point.h"
+#include "kernels/row_kernels.h"
+
+namespace dofra {
 
 namespace {
 
@@ -72,12 +74,12 @@ void ShrinkPairs(const RowKernels& k, const uint8_t* src, uint8_t* small, uint8_
   const int pairs = w / kBytesPerPair;
   const int r_last = ry * y1 + kFactor - 1;
   for (int r = ry * y0; r <= r_last; ++r) {
-    k.chroma_shrink_horizontal[kFactor / 2 - 1](src + r * W, tmp + r * w, 0, pairs,
-                                                kBytesPerPair * cx);
+    k.chroma_shrink_horizontal[FactorSlot(kFactor)](src + r * W, tmp + r * w, 0, pairs,
+                                                    kBytesPerPair * cx);
   }
   for (int y = y0; y <= y1; ++y) {
-    k.chroma_shrink_vertical[kFactor / 2 - 1](tmp + ry * y * w, small + y * w, 0,
-                                              kBytesPerPair * pairs, w);
+    k.chroma_shrink_vertical[FactorSlot(kFactor)](tmp + ry * y * w, small + y * w, 0,
+                                                  kBytesPerPair * pairs, w);
   }
 }
 
@@ -93,6 +95,11 @@ void FillShrinkUV_C(RowKernels* k) {
   k->chroma_shrink_vertical[2] = VerticalBytes_C<6>;
   k->chroma_shrink_vertical[3] = VerticalBytes_C<8>;
 }
+
+}  // namespace dofra
+
+// The members keep their global names; their bodies run the layer's code.
+using namespace dofra;
 
 DOFRA_SHRINK(__BiLinearInterp_UV_x2_c) {
   ShrinkX2(ScalarRowKernels(), src, small, tmp, W, H, w, h, y0, y1);

@@ -12,16 +12,14 @@
 #include <cstdint>
 
 #include "blur/kernels.h"
-#include "blur/row_kernels.h"
+#include "kernels/fixed_point.h"
+#include "kernels/row_kernels.h"
+
+namespace dofra {
 
 namespace {
 
 constexpr int kGroup = 8;  // outputs per vector step
-
-// Taps 1,1 / 1,1,1,1 / 1,1,2,2,1,1 / 1 x 8; the sums are 2, 4, 8, 8.
-constexpr int TapWeight(int factor, int i) { return factor == 6 && (i == 2 || i == 3) ? 2 : 1; }
-constexpr int TapShift(int factor) { return factor == 2 ? 1 : factor == 4 ? 2 : 3; }
-constexpr int TapRound(int factor) { return 1 << (TapShift(factor) - 1); }
 
 // One rounded output from kFactor samples `step` bytes apart.
 template <int kFactor>
@@ -59,8 +57,8 @@ void Shrink(const RowKernels& k, const uint8_t* src, uint8_t* small, uint8_t* tm
             int w, int h, int y0, int y1) {
   const int cx = W / w;
   const int ry = H / h;
-  const auto horizontal = k.luma_shrink_horizontal[kFactor / 2 - 1];
-  const auto vertical = k.luma_shrink_vertical[kFactor / 2 - 1];
+  const auto horizontal = k.luma_shrink_horizontal[FactorSlot(kFactor)];
+  const auto vertical = k.luma_shrink_vertical[FactorSlot(kFactor)];
   if (kFactor >= 6 && w < 1) return;
   const size_t W_stride = static_cast<size_t>(W);
   const size_t w_stride = static_cast<size_t>(w);
@@ -82,6 +80,11 @@ void FillShrinkY_C(RowKernels* k) {
   k->luma_shrink_vertical[2] = VerticalRow_C<6>;
   k->luma_shrink_vertical[3] = VerticalRow_C<8>;
 }
+
+}  // namespace dofra
+
+// The members keep their global names; their bodies run the layer's code.
+using namespace dofra;
 
 DOFRA_SHRINK(__BiLinearInterp_Y_x2_neon) {
   Shrink<2>(ActiveRowKernels(), src, small, tmp, W, H, w, h, y0, y1);

@@ -15,7 +15,9 @@
 #include <cstring>
 
 #include "blur/kernels.h"
-#include "blur/row_kernels.h"
+#include "kernels/row_kernels.h"
+
+namespace dofra {
 
 namespace {
 
@@ -165,6 +167,11 @@ void FillSmooth_C(RowKernels* k) {
   k->slide_box_row[0] = SlideBoxRow_C<1>;
   k->slide_box_row[1] = SlideBoxRow_C<2>;
 }
+
+}  // namespace dofra
+
+// The members keep their global names; their bodies run the layer's code.
+using namespace dofra;
 
 // The kernel count (seventh argument) is never read: r and entry 0 of the
 // weights define the filter.

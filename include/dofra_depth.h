@@ -55,6 +55,10 @@ struct DofraHandle {
 
 // Given to DofraCreateWeightMap. Only weight_map is read; the map (W x H
 // unsigned 16-bit weights, 0..1024, row stride W) is borrowed, not copied.
+// Each output byte blends the sharp byte s with the blurred byte b under its
+// weight w: out = (s * (1024 - w) + b * w + 512) >> 10, so 0 keeps the sharp
+// pixel and 1024 takes the blurred one. Both chroma bytes of a 2x2 block use
+// the weight of its upper-left luma pixel.
 struct DofraWeightMapInfo {
   int32_t host_data[3];  // the host's own, never read
   uint16_t* weight_map;

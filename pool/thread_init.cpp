@@ -1,11 +1,17 @@
 #include <cstdlib>
 
 #include "api/log.h"
-#include "blur/blur_context.h"
 #include "dofra_depth.h"
+#include "pool/band_task.h"
 #include "pool/thread_pool.h"
 
 namespace {
+
+// Fixed lines of the log, with the names they log under.
+constexpr const char* kInitName = "thread_init";
+constexpr int kLineBandAlloc = 15;
+constexpr int kLinePoolInit = 21;
+
 constexpr int32_t kBandCount = 2;
 // Both workers are started whatever band_count says; the buffers are sized
 // for exactly two bands.
@@ -17,14 +23,14 @@ int thread_init(DofraHandle* handle) {
   handle->band_count = kBandCount;
   handle->pThreadArg = static_cast<BandTask*>(malloc(sizeof(BandTask) * 2 * handle->band_count));
   if (handle->pThreadArg == nullptr) {
-    DOFRA_LOG(15, "thread_init", "pThreadArg malloc error\n");
+    DOFRA_LOG(kLineBandAlloc, kInitName, "pThreadArg malloc error\n");
     return 1;
   }
   if (pool_init(&handle->pool, kPoolWorkers) != 0) {
     // pool_init leaves the released record's address behind; drop it so the
     // teardown that follows does not touch it.
     handle->pool = nullptr;
-    DOFRA_LOG(21, "thread_init", "pool_init error\n");
+    DOFRA_LOG(kLinePoolInit, kInitName, "pool_init error\n");
     return 1;
   }
   return 0;

@@ -13,6 +13,25 @@
 
 namespace {
 
+// Fixed lines of the log, with the names they log under.
+constexpr const char* kRoutineName = "thread_routine";
+constexpr const char* kInitName = "pool_init";
+constexpr const char* kAddName = "pool_add_worker";
+constexpr const char* kDestroyName = "pool_destroy";
+constexpr int kLineAffinity = 47;
+constexpr int kLineTooManyWorkers = 96;
+constexpr int kLinePoolAlloc = 98;
+constexpr int kLineQueueLock = 108;
+constexpr int kLineQueueReady = 114;
+constexpr int kLineProLock = 121;
+constexpr int kLineProReady = 128;
+constexpr int kLineThreadIds = 140;
+constexpr int kLineCreateFlags = 146;
+constexpr int kLineCreateThread = 160;
+constexpr int kLineNoThread = 169;
+constexpr int kLineTaskAlloc = 183;
+constexpr int kLineJoin = 239;
+
 constexpr int kWorkerPriority = -8;
 constexpr int kCpuSetBits = 1024;  // 128-byte affinity mask
 constexpr int kMaxWorkers = 4;     // thread_args slots inside the pool record
@@ -33,7 +52,7 @@ void PinToCpu(int index) {
   CPU_ZERO(&set);
   if (index < kCpuSetBits) CPU_SET(index, &set);
   if (sched_setaffinity(0, sizeof(set), &set) != 0) {
-    DOFRA_LOG(47, "thread_routine", "sched_setaffinity failed");
+    DOFRA_LOG(kLineAffinity, kRoutineName, "sched_setaffinity failed");
   }
 }
 
@@ -100,12 +119,13 @@ void RunTask(PoolTask* task) {
 int pool_init(CThread_pool** out, int32_t thread_num) {
   // Each worker's start argument lives in one of the record's fixed slots.
   if (thread_num > kMaxWorkers) {
-    DOFRA_LOG(96, "pool_init", "can't start %d workers, at most %d\n", thread_num, kMaxWorkers);
+    DOFRA_LOG(kLineTooManyWorkers, kInitName, "can't start %d workers, at most %d\n", thread_num,
+              kMaxWorkers);
     return -1;
   }
   CThread_pool* pool = static_cast<CThread_pool*>(malloc(sizeof(CThread_pool)));
   if (pool == nullptr) {
-    DOFRA_LOG(98, "pool_init", "can't alloc thread pool\n");
+    DOFRA_LOG(kLinePoolAlloc, kInitName, "can't alloc thread pool\n");
     return -1;
   }
   *out = pool;
@@ -113,22 +133,22 @@ int pool_init(CThread_pool** out, int32_t thread_num) {
 
   int err = pthread_mutex_init(&pool->queue_lock, nullptr);
   if (err != 0) {
-    DOFRA_LOG(108, "pool_init", "can't init pool->queue_lock err:%d\n", err);
+    DOFRA_LOG(kLineQueueLock, kInitName, "can't init pool->queue_lock err:%d\n", err);
     return PoolInitFail(pool);
   }
   err = pthread_cond_init(&pool->queue_ready, nullptr);
   if (err != 0) {
-    DOFRA_LOG(114, "pool_init", "can't init pool->queue_ready err:%d\n", err);
+    DOFRA_LOG(kLineQueueReady, kInitName, "can't init pool->queue_ready err:%d\n", err);
     return PoolInitFail(pool);
   }
   err = pthread_mutex_init(&pool->pro_lock, nullptr);
   if (err != 0) {
-    DOFRA_LOG(121, "pool_init", "can't init pool->pro_lock err:%d\n", err);
+    DOFRA_LOG(kLineProLock, kInitName, "can't init pool->pro_lock err:%d\n", err);
     return PoolInitFail(pool);
   }
   err = pthread_cond_init(&pool->pro_ready, nullptr);
   if (err != 0) {
-    DOFRA_LOG(128, "pool_init", "can't init pool->pro_ready err:%d\n", err);
+    DOFRA_LOG(kLineProReady, kInitName, "can't init pool->pro_ready err:%d\n", err);
     return PoolInitFail(pool);
   }
 
@@ -139,12 +159,12 @@ int pool_init(CThread_pool** out, int32_t thread_num) {
 
   pool->threadid = static_cast<pthread_t*>(malloc(sizeof(pthread_t) * thread_num));
   if (pool->threadid == nullptr) {
-    DOFRA_LOG(140, "pool_init", "can't malloc threadid\n");
+    DOFRA_LOG(kLineThreadIds, kInitName, "can't malloc threadid\n");
     return PoolInitFail(pool);
   }
   pool->thread_creatflag = static_cast<int32_t*>(malloc(sizeof(int32_t) * thread_num));
   if (pool->thread_creatflag == nullptr) {
-    DOFRA_LOG(146, "pool_init", "can't malloc thread_creatflag\n");
+    DOFRA_LOG(kLineCreateFlags, kInitName, "can't malloc thread_creatflag\n");
     return PoolInitFail(pool);
   }
   memset(pool->threadid, 0, sizeof(pthread_t) * thread_num);
@@ -161,7 +181,7 @@ int pool_init(CThread_pool** out, int32_t thread_num) {
       if (err != 0) pthread_cond_destroy(&slot->wake);
     }
     if (err != 0) {
-      DOFRA_LOG(160, "pool_init", "can't create thread: %s\n", strerror(err));
+      DOFRA_LOG(kLineCreateThread, kInitName, "can't create thread: %s\n", strerror(err));
       pool->thread_creatflag[i] = 0;
       ++failures;
     } else {
@@ -171,16 +191,18 @@ int pool_init(CThread_pool** out, int32_t thread_num) {
   // A partial start is not reported: the pool serves with the workers it has.
   if (failures != thread_num) return 0;
 
-  DOFRA_LOG(169, "pool_init", "all LTM thread create failed.\n");
+  DOFRA_LOG(kLineNoThread, kInitName, "all LTM thread create failed.\n");
   return PoolInitFail(pool);
 }
+
+namespace dofra {
 
 int pool_queue_task(CThread_pool* pool, PoolProcess process, void* arg) {
   PoolTask* task = static_cast<PoolTask*>(malloc(sizeof(PoolTask)));
   if (task == nullptr) {
     // Without a record the task cannot be queued; running it here keeps the
     // frame's completion count exact instead of losing the band.
-    DOFRA_LOG(183, "pool_add_worker", "can't alloc task, running it on the caller\n");
+    DOFRA_LOG(kLineTaskAlloc, kAddName, "can't alloc task, running it on the caller\n");
     process(arg);
     return 0;
   }
@@ -197,12 +219,16 @@ int pool_queue_task(CThread_pool* pool, PoolProcess process, void* arg) {
   return 0;
 }
 
+}  // namespace dofra
+
 int pool_add_worker(void* pool_arg, PoolProcess process, void* arg) {
   CThread_pool* pool = static_cast<CThread_pool*>(pool_arg);
-  pool_queue_task(pool, process, arg);
+  dofra::pool_queue_task(pool, process, arg);
   WakeSleepers(pool, 1, kNoCpu);
   return 0;
 }
+
+namespace dofra {
 
 void pool_run_queued(CThread_pool* pool, bool wake_workers) {
   // One wake-up per worker for the whole batch. The worker pinned to the
@@ -221,6 +247,8 @@ void pool_run_queued(CThread_pool* pool, bool wake_workers) {
     RunTask(task);
   }
 }
+
+}  // namespace dofra
 
 void* thread_routine(void* thread_arg) {
   ThreadArg* self = static_cast<ThreadArg*>(thread_arg);
@@ -265,8 +293,8 @@ int pool_destroy(CThread_pool* pool) {
     if (pool->thread_creatflag[i] != 1) continue;
     const int err = pthread_join(pool->threadid[i], nullptr);
     if (err != 0) {
-      DOFRA_LOG(239, "pool_destroy", "pthread_join fail: %s , i:%d , threadid:%d\n", strerror(err),
-                i, static_cast<int>(pool->threadid[i]));
+      DOFRA_LOG(kLineJoin, kDestroyName, "pthread_join fail: %s , i:%d , threadid:%d\n",
+                strerror(err), i, static_cast<int>(pool->threadid[i]));
       result = -1;
     }
   }

@@ -52,6 +52,7 @@ int pool_init(CThread_pool** out, int32_t thread_num);
 // Queues process(arg) behind every queued task and wakes one sleeping worker.
 // Always 0. Without a task record it runs process(arg) on the caller (logged).
 int pool_add_worker(void* pool, PoolProcess process, void* arg);
+namespace dofra {
 // pool_add_worker without the wake-up, for a batch that pool_run_queued starts.
 int pool_queue_task(CThread_pool* pool, PoolProcess process, void* arg);
 // Wakes the sleeping workers (none when wake_workers is false) except the
@@ -60,6 +61,7 @@ int pool_queue_task(CThread_pool* pool, PoolProcess process, void* arg);
 // empty or the pool is stopping. Call sync_thread_done afterwards: workers
 // may still be running their tasks.
 void pool_run_queued(CThread_pool* pool, bool wake_workers);
+}  // namespace dofra
 // Stops the workers (a running task finishes first), joins them, drops the
 // queued tasks and releases the pool. -1 when a join failed, or at once when
 // the pool is already shutting down.

@@ -11,6 +11,8 @@
 
 #include "support/kernel_harness.h"
 
+using namespace dofra;  // the library's internal names
+
 namespace {
 
 const std::vector<KernelFamily>& Families() {

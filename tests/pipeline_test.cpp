@@ -19,6 +19,8 @@
 #include "support/kernel_harness.h"
 #include "support/test_image.h"
 
+using namespace dofra;  // the library's internal names
+
 namespace {
 
 constexpr int kKernel = 5;
@@ -62,7 +64,7 @@ TEST(FrameSizes, KnownSizesAndTheirReasons) {
 void BlurOneBandPerPlane(int s, const uint8_t* src, int W, int H, const uint16_t* weights,
                          uint8_t* dst) {
   const BlurKernelTable& k = kBlurKernelsC;
-  const int i = s - kMinScaleFactor, r = kRadius;
+  const int i = FactorSlot(s), r = kRadius;
   const std::vector<uint16_t> kernel(kKernel, 1024 / kKernel);
   for (int plane = 0; plane < 2; ++plane) {
     const int ph = plane ? H / 2 : H, sw = W / s, sh = plane ? H / s / 2 : H / s;
@@ -126,7 +128,8 @@ std::vector<uint8_t> RunPipeline(const Handle& h, const Input& in, uint8_t fill)
   memcpy(src_y.data(), in.frame.data(), luma);
   memcpy(src_uv.data(), in.frame.data() + luma, luma / 2);
   GuardedBytes dst(in.frame.size(), fill, 3);
-  blur_process(h.handle, src_y.data(), src_uv.data(), dst.data(), dst.data() + luma, nullptr);
+  blur_process(h.handle, src_y.data(), src_uv.data(), dst.data(), dst.data() + luma, nullptr,
+               const_cast<uint16_t*>(in.weights.data()));
   EXPECT_TRUE(dst.GuardsIntact());
   return dst.Bytes();
 }
@@ -154,7 +157,7 @@ TEST_P(SmallFrames, AcceptedSizesAreProcessedExactly) {
       std::vector<uint8_t> frame = in.frame;
       const size_t luma = size_t(w) * h;
       blur_process(handle.handle, frame.data(), frame.data() + luma, frame.data(),
-                   frame.data() + luma, nullptr);
+                   frame.data() + luma, nullptr, const_cast<uint16_t*>(in.weights.data()));
       std::vector<uint8_t> expected = in.frame;
       BlurOneBandPerPlane(s, in.frame.data(), w, h, in.weights.data(), expected.data());
       ASSERT_EQ(frame, expected) << "in place";

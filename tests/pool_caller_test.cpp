@@ -8,6 +8,8 @@
 
 #include "pool/thread_pool.h"
 
+using namespace dofra;  // the library's internal names
+
 namespace {
 
 constexpr int kTasks = 16;

@@ -1,7 +1,8 @@
 // Worker pool: the exact completion count, shutdown with queued tasks, refused
-// sizes, a second destroy, pinning, and the handle-level pair (FIFO order and
-// failures are in the fault tests).
+// sizes, pinning, the wake-up of a posted task and a second destroy (FIFO
+// order and failures are in the fault tests).
 #include <gtest/gtest.h>
+#include <pthread.h>
 #include <sched.h>
 
 #include <atomic>
@@ -111,27 +112,76 @@ TEST(PoolTest, RefusedWorkerCounts) {
   }
 }
 
-// The worker records its own affinity, then counts as done.
-void* RecordCpuMask(void* p) {
-  auto* gate = static_cast<Gate*>(p);
-  cpu_set_t mask;
-  sched_getaffinity(0, sizeof(mask), &mask);
-  gate->ran = CPU_COUNT(&mask) == 1 && CPU_ISSET(0, &mask) ? 1 : -1;
-  one_thread_done(gate->pool);
-  return nullptr;
+// Waits up to 10 s for `done` (a hang fails the test instead of stalling
+// the run); true when it came.
+template <typename Done>
+bool Within10s(Done done) {
+  const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+  while (!done()) {
+    if (std::chrono::steady_clock::now() > end) return false;
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+  return true;
 }
 
+// Every started worker is asleep on its own condition (pinned by then).
+bool AllAsleep(CThread_pool* pool) {
+  pthread_mutex_lock(&pool->queue_lock);
+  bool asleep = true;
+  for (int i = 0; i < pool->thread_num; ++i) asleep = asleep && pool->thread_args[i].idle;
+  pthread_mutex_unlock(&pool->queue_lock);
+  return asleep;
+}
+
+// Read back from the running threads: worker i alone on CPU i.
 TEST(PoolTest, EachWorkerIsPinnedToTheCpuOfItsIndex) {
   cpu_set_t allowed;
   ASSERT_EQ(sched_getaffinity(0, sizeof(allowed), &allowed), 0);
-  if (!CPU_ISSET(0, &allowed)) GTEST_SKIP() << "CPU 0 not available to this process";
+  if (!CPU_ISSET(0, &allowed) || !CPU_ISSET(1, &allowed)) GTEST_SKIP() << "needs CPUs 0 and 1";
+  CThread_pool* pool = nullptr;
+  ASSERT_EQ(pool_init(&pool, 2), 0);
+  ASSERT_TRUE(Within10s([&] { return AllAsleep(pool); }));
+  for (int i = 0; i < 2; ++i) {
+    cpu_set_t mask;
+    ASSERT_EQ(pthread_getaffinity_np(pool->threadid[i], sizeof(mask), &mask), 0);
+    const bool alone_on_cpu_i = CPU_COUNT(&mask) == 1 && CPU_ISSET(i, &mask);
+    EXPECT_TRUE(alone_on_cpu_i) << "worker " << i;
+  }
+  EXPECT_EQ(pool_destroy(pool), 0);
+}
+
+// A task posted while every worker sleeps wakes one of them; without the
+// wake-up it would wait in the queue for ever.
+TEST(PoolTest, APostedTaskWakesASleepingWorker) {
   Gate gate;
-  ASSERT_EQ(pool_init(&gate.pool, 1), 0);
+  ASSERT_EQ(pool_init(&gate.pool, 2), 0);
   reset_thread_done(gate.pool);
-  pool_add_worker(gate.pool, RecordCpuMask, &gate);
-  sync_thread_done(gate.pool, 1);
-  EXPECT_EQ(gate.ran.load(), 1) << "pinned to CPU 0 alone";
+  for (int posted = 1; posted <= 3; ++posted) {
+    ASSERT_TRUE(Within10s([&] { return AllAsleep(gate.pool); }));
+    pool_add_worker(gate.pool, CountAndDone, &gate);
+    EXPECT_TRUE(Within10s([&] { return gate.ran == posted; })) << "task " << posted << " never ran";
+  }
   EXPECT_EQ(pool_destroy(gate.pool), 0);
+}
+
+// A pool already shutting down is refused and keeps everything: its workers
+// are joined and its records released only by the destroy that follows.
+TEST(PoolTest, DestroyOfAStoppingPoolReleasesNothing) {
+  CThread_pool* pool = nullptr;
+  ASSERT_EQ(pool_init(&pool, 2), 0);
+  ASSERT_TRUE(Within10s([&] { return AllAsleep(pool); }));
+  auto set_shutdown = [pool](int value) {
+    pthread_mutex_lock(&pool->queue_lock);
+    pool->shutdown = value;  // the workers sleep on: nothing wakes them
+    pthread_mutex_unlock(&pool->queue_lock);
+  };
+  set_shutdown(1);
+  EXPECT_EQ(pool_destroy(pool), -1);
+  // A released record is read after free here (ASan); joined workers would
+  // fail the next destroy's joins.
+  for (int i = 0; i < 2; ++i) EXPECT_EQ(pool->thread_creatflag[i], 1);
+  set_shutdown(0);
+  EXPECT_EQ(pool_destroy(pool), 0);
 }
 
 }  // namespace

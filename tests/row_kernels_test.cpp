@@ -1,7 +1,7 @@
 // The row-kernel tables: every level the CPU has fills every entry, each
 // vector level replaces entries of the level below it, and forcing a level
 // switches the table the _neon members run.
-#include "blur/row_kernels.h"
+#include "kernels/row_kernels.h"
 
 #include <gtest/gtest.h>
 
@@ -10,10 +10,9 @@
 #include <cstring>
 #include <vector>
 
-namespace {
+using namespace dofra;  // the library's internal names
 
-const SimdLevel kLevels[] = {SimdLevel::kScalar, SimdLevel::kSse41, SimdLevel::kAvx2,
-                             SimdLevel::kNeon};
+namespace {
 
 // Every member of the table is a function pointer.
 std::vector<uintptr_t> Entries(const RowKernels& k) {
@@ -24,24 +23,24 @@ std::vector<uintptr_t> Entries(const RowKernels& k) {
 }
 
 TEST(RowKernels, AvailableLevelsFillEveryEntryAndVectorLevelsReplaceSome) {
-  std::vector<uintptr_t> below;
-  for (SimdLevel level : kLevels) {
+  std::vector<uintptr_t> above;  // the next better level's table
+  for (SimdLevel level : kSimdLevels) {
     if (!SimdLevelAvailable(level)) {
       std::printf("skipped %s: not on this CPU or build\n", SimdLevelName(level));
       continue;
     }
     const std::vector<uintptr_t> e = Entries(RowKernelsAt(level));
     for (size_t i = 0; i < e.size(); ++i) EXPECT_NE(e[i], 0u) << SimdLevelName(level) << " #" << i;
-    if (!below.empty()) {
-      EXPECT_NE(e, below) << SimdLevelName(level) << " replaces nothing";
+    if (!above.empty()) {
+      EXPECT_NE(e, above) << "the level above " << SimdLevelName(level) << " replaces nothing";
     }
-    below = e;
+    above = e;
   }
 }
 
 TEST(RowKernels, ForcingALevelSwitchesTheActiveTable) {
   const SimdLevel best = ActiveSimdLevel();
-  for (SimdLevel level : kLevels) {
+  for (SimdLevel level : kSimdLevels) {
     const SimdLevel before = ActiveSimdLevel();
     const bool available = SimdLevelAvailable(level);
     EXPECT_EQ(ForceSimdLevel(level), available) << SimdLevelName(level);

@@ -7,12 +7,14 @@
 #include <string>
 #include <vector>
 
-#include "blur/dispatch.h"
 #include "blur/kernels.h"
+#include "kernels/simd_level.h"
 #include "support/log_capture.h"
 #include "support/test_image.h"
 #include "weight/weight_context.h"
 #include "weight/weight_internal.h"
+
+using namespace dofra;  // the library's internal names
 
 namespace {
 
@@ -261,14 +263,13 @@ TEST(WeightInit, ReplacesTheRecordAndDeinitFreesTheMapItHolds) {
 }
 
 TEST(WeightInit, RefusalsLogAndLeaveTheHandleAlone) {
-  const struct {
+  struct Case {
     DofraParams params;
     int32_t total;
     int line;
     const char* message;
-  } cases[] = {
-      {{0, 1080, 240, 135, 5, 0, 4, 5}, 0, 34, "invalid size 0x1080, disparity 240x135"},
-      {{1920, 1080, 240, -3, 5, 0, 4, 5}, 0, 34, "invalid size 1920x1080, disparity 240x-3"},
+  };
+  std::vector<Case> cases = {
       {{1920, 1080, 240, 135, 5, 0, 4, 0}, 0, 38, "invalid kernel size 0"},
       {{32768, 32768, 4, 4, 5, 0, 4, 5}, 0, 42, nullptr},
       {{16, 16, 20000, 20000, 5, 0, 4, 5}, 0, 42, nullptr},
@@ -276,6 +277,13 @@ TEST(WeightInit, RefusalsLogAndLeaveTheHandleAlone) {
       {{32767, 32767, 200, 200, 5, 0, 4, 5}, 0, 42, nullptr},
       {{1920, 1080, 240, 135, 5, 0, 4, 5}, INT32_MAX - 4382555, 42, nullptr},
   };
+  // Each dimension alone, zero and negative, so that no check covers another.
+  for (int32_t DofraParams::*dim : {&DofraParams::width, &DofraParams::height,
+                                    &DofraParams::disparity_width, &DofraParams::disparity_height})
+    for (int32_t bad : {0, -2}) {
+      cases.push_back({{1920, 1080, 240, 135, 5, 0, 4, 5}, 0, 34, nullptr});
+      cases.back().params.*dim = bad;
+    }
   for (auto c : cases) {
     WeightContext marker{};
     DofraHandle handle{};
@@ -284,12 +292,14 @@ TEST(WeightInit, RefusalsLogAndLeaveTheHandleAlone) {
     LogCapture log;
     EXPECT_EQ(weight_init(&c.params, &handle), 1);
     const DofraParams& p = c.params;
-    char overflow[128];  // the overflow message names the sizes and the kernel
-    snprintf(overflow, sizeof(overflow), "buffer sizes overflow for %dx%d, disparity %dx%d, k %d",
+    char sizes[128];  // both messages name the sizes; the overflow one the kernel too
+    snprintf(sizes, sizeof(sizes),
+             c.line == 34 ? "invalid size %dx%d, disparity %dx%d"
+                          : "buffer sizes overflow for %dx%d, disparity %dx%d, k %d",
              p.width, p.height, p.disparity_width, p.disparity_height, p.weight_kernel_size);
     EXPECT_EQ(log.Texts(),
               std::vector<std::string>{"L " + std::to_string(c.line) + ", weight_init: " +
-                                       (c.message ? c.message : overflow) + "\n"});
+                                       (c.message ? c.message : sizes) + "\n"});
     EXPECT_EQ(handle.weight, &marker);
     EXPECT_EQ(handle.buffer_total, c.total);
   }

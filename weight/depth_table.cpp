@@ -4,9 +4,10 @@
 #include <cstring>
 
 #include "api/clock.h"
-#include "blur/row_kernels.h"
+#include "kernels/row_kernels.h"
 #include "weight/weight_internal.h"
 
+namespace dofra {
 namespace {
 
 constexpr float kFix19 = 1.9073486e-6f;  // 2^-19: the calibration's fraction bits
@@ -120,6 +121,11 @@ bool DepthCalibrationConvertible(const DepthCalibration& cal) {
   return true;
 }
 
+}  // namespace dofra
+
+// The members keep their global names; their bodies run the layer's code.
+using namespace dofra;
+
 int InitDisparityToDepth(const DepthData* depth, uint8_t* table) {
   const DepthCalibration cal = ReadDepthCalibration(depth);
   const float k = ScaledK(cal);
@@ -137,7 +143,7 @@ int InitDisparityToDepth(const DepthData* depth, uint8_t* table) {
 void __getRanged(const uint8_t* src, uint8_t* dst, int n, uint8_t /*unused_lo*/,
                  uint8_t /*unused_hi*/, const uint8_t* table) {
   ActiveRowKernels().depth_lookup(src, dst, n, table);
-  (void)getTime();
+  TimingPoint();
 }
 
 void __getRanged_c(const uint8_t* src, uint8_t* dst, int n, const uint8_t* table) {
@@ -150,7 +156,7 @@ void __getMinMax_c(const uint8_t* src, int n, uint8_t* min_out, uint8_t* max_out
 
 void __getMinMax_neon(const uint8_t* src, int n, uint8_t* min_out, uint8_t* max_out) {
   MinMax(ActiveRowKernels().depth_min_max_body, src, n, min_out, max_out);
-  (void)getTime();
+  TimingPoint();
 }
 
 void __updateMinMax(const uint8_t* src, uint16_t* histogram, int n, int ratio, int min_range,
@@ -186,5 +192,5 @@ void __updateMinMax(const uint8_t* src, uint16_t* histogram, int n, int ratio, i
     *min_io = static_cast<uint8_t>(low);
     *max_io = static_cast<uint8_t>(high);
   }
-  (void)getTime();
+  TimingPoint();
 }

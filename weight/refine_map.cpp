@@ -16,6 +16,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "kernels/fixed_point.h"
 #include "pool/thread_pool.h"
 #include "weight/refine_rows.h"
 #include "weight/refine_state.h"
@@ -25,8 +26,6 @@ namespace dofra {
 
 namespace {
 
-constexpr int kFixShift = 16;
-constexpr int kFracShift = 8;
 constexpr int kPurityCap = 255;
 constexpr int64_t kWakeWorkersPixels = 256 * 256;  // below this the caller runs every band
 
@@ -51,33 +50,33 @@ void BuildKernel(int scale, uint8_t* table) {
 // the centre of the pixels it was resampled from: k * step puts it at their
 // first pixel, half a cell early, which shifts every edge by that much.
 int Position(int k, int step) {
-  return std::max(k * step + (step >> 1) - (1 << (kFixShift - 1)), 0);
+  return std::max(k * step + (step >> 1) - (1 << (kPosShift - 1)), 0);
 }
 
 // Columns: samples, fraction and the first column of each cell.
 void BuildColumns(RefineState* s) {
-  const int sx = (s->dW << kFixShift) / s->W;
+  const int sx = (s->dW << kPosShift) / s->W;
   std::fill(s->col_start, s->col_start + s->dW + 1, s->W);
   std::fill(s->lerp_start, s->lerp_start + s->dW + 1, s->W);
   for (int x = 0; x < s->W; ++x) {
     const int q = Position(x, sx);
-    const int i = q >> kFixShift;
+    const int i = q >> kPosShift;
     s->ix[x] = i;
     s->ix1[x] = std::min(i + 1, s->dW - 1);
-    s->fx[x] = static_cast<uint8_t>((q >> kFracShift) & 0xFF);
+    s->fx[x] = static_cast<uint8_t>((q >> kFracBits) & 0xFF);
     if (s->lerp_start[i] == s->W) s->lerp_start[i] = x;
-    s->cell[x] = (x * sx) >> kFixShift;
+    s->cell[x] = (x * sx) >> kPosShift;
     if (s->col_start[s->cell[x]] == s->W) s->col_start[s->cell[x]] = x;
   }
   s->last_col = s->cell[s->W - 1];
   s->last_lerp_col = s->ix[s->W - 1];
-  const int sy = (s->dH << kFixShift) / s->H;
+  const int sy = (s->dH << kPosShift) / s->H;
   std::fill(s->row_start, s->row_start + s->dH + 1, s->H);
   for (int y = 0; y < s->H; ++y) {
     const int q = Position(y, sy);
-    s->iy[y] = q >> kFixShift;
-    s->fy[y] = static_cast<uint8_t>((q >> kFracShift) & 0xFF);
-    const int cell = (y * sy) >> kFixShift;
+    s->iy[y] = q >> kPosShift;
+    s->fy[y] = static_cast<uint8_t>((q >> kFracBits) & 0xFF);
+    const int cell = (y * sy) >> kPosShift;
     if (s->row_start[cell] == s->H) s->row_start[cell] = y;
     s->last_row = cell;
   }

@@ -5,15 +5,15 @@
 #include <algorithm>
 #include <cstdlib>
 
+#include "kernels/fixed_point.h"
+
 namespace dofra {
 
 namespace {
 
-constexpr int kFracOne = 256;
-constexpr int kRound8 = 128;
 constexpr int kFullDistance = 255;  // distances past the tables' end read their last entry
 
-inline int Lerp8(int a, int b, int f) { return (a * (kFracOne - f) + b * f + kRound8) >> 8; }
+inline int Lerp8(int a, int b, int f) { return Lerp8(a, b, kFracOne - f, f); }
 
 inline int Channel(uint32_t info, int shift) { return static_cast<int>(info >> shift & 0xFF); }
 
@@ -26,8 +26,8 @@ inline int Distance(int y, int v, int u, uint32_t info, int chroma_weight) {
 
 // (bx * by + 128) >> 8 <= 256; times an 8-bit range-purity product < 65536.
 inline int SampleWeight(int bx, int by, int range, uint32_t info, const RefineTables& t) {
-  const int rp = (t.range[range] * t.purity[Channel(info, 24)] + kRound8) >> 8;
-  return ((bx * by + kRound8) >> 8) * rp;
+  const int rp = (t.range[range] * t.purity[Channel(info, 24)] + kRound8) >> kFracBits;
+  return ((bx * by + kRound8) >> kFracBits) * rp;
 }
 
 }  // namespace

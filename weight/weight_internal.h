@@ -8,6 +8,8 @@
 
 #include "dofra_depth.h"
 
+namespace dofra {
+
 // Byte offsets of the calibration fields in the host's DepthData block; the
 // block may be unaligned, so they are read with memcpy.
 constexpr int kDepthCalibNumOffset = 16;
@@ -36,15 +38,6 @@ DepthCalibration ReadDepthCalibration(const DepthData* depth);
 // B != 0).
 bool DepthCalibrationConvertible(const DepthCalibration& cal);
 
-int InitDisparityToDepth(const DepthData* depth, uint8_t* table);
-void __getRanged(const uint8_t* src, uint8_t* dst, int n, uint8_t unused_lo, uint8_t unused_hi,
-                 const uint8_t* table);
-void __getRanged_c(const uint8_t* src, uint8_t* dst, int n, const uint8_t* table);
-void __getMinMax_neon(const uint8_t* src, int n, uint8_t* min_out, uint8_t* max_out);
-void __getMinMax_c(const uint8_t* src, int n, uint8_t* min_out, uint8_t* max_out);
-void __updateMinMax(const uint8_t* src, uint16_t* histogram, int n, int ratio, int min_range,
-                    uint8_t* min_io, uint8_t* max_io);
-
 // The weight of every depth (by_depth: 256 entries) under the plain map's
 // rule, for the in-focus band around focus_depth.
 void DepthWeights(int focus_depth, uint8_t falloff, uint8_t strength, uint16_t* by_depth);
@@ -57,8 +50,19 @@ struct WeightRequestLog {
 };
 // weight_async_process's refusals: one line each, false before anything is
 // written.
-bool CheckWeightRequest(const WeightParams* request, const DofraHandle* handle,
-                        const uint16_t* out, const WeightRequestLog& log);
+bool CheckWeightRequest(const WeightParams* request, const DofraHandle* handle, const uint16_t* out,
+                        const WeightRequestLog& log);
+
+}  // namespace dofra
+
+int InitDisparityToDepth(const DepthData* depth, uint8_t* table);
+void __getRanged(const uint8_t* src, uint8_t* dst, int n, uint8_t unused_lo, uint8_t unused_hi,
+                 const uint8_t* table);
+void __getRanged_c(const uint8_t* src, uint8_t* dst, int n, const uint8_t* table);
+void __getMinMax_neon(const uint8_t* src, int n, uint8_t* min_out, uint8_t* max_out);
+void __getMinMax_c(const uint8_t* src, int n, uint8_t* min_out, uint8_t* max_out);
+void __updateMinMax(const uint8_t* src, uint16_t* histogram, int n, int ratio, int min_range,
+                    uint8_t* min_io, uint8_t* max_io);
 
 #define DOFRA_WEIGHT_UP(name)                                                                   \
   void name(int W, int H, int focus_x, int focus_y, int first_row, int last_row, uint16_t* out, \
@@ -69,5 +73,17 @@ bool CheckWeightRequest(const WeightParams* request, const DofraHandle* handle,
 // plain per-pixel formula; they write identical values.
 DOFRA_WEIGHT_UP(__WeightInterpolateUp);
 DOFRA_WEIGHT_UP(__WeightInterpolateUp_c);
+
+namespace dofra {
+
+// The weight path's members: the vectorised ones, or their formulas when the
+// scalar level is forced. The disparity smoothing is the blur's (its table).
+struct WeightKernelTable {
+  void (*min_max)(const uint8_t* src, int n, uint8_t* min_out, uint8_t* max_out);
+  DOFRA_WEIGHT_UP((*interpolate_up));
+};
+const WeightKernelTable& ActiveWeightKernels();
+
+}  // namespace dofra
 
 #endif  // DOFRA_WEIGHT_WEIGHT_INTERNAL_H

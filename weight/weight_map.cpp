@@ -9,26 +9,40 @@
 #include "api/log.h"
 #include "blur/dispatch.h"
 #include "blur/kernels.h"
-#include "blur/row_kernels.h"
+#include "kernels/fixed_point.h"
+#include "kernels/row_kernels.h"
 #include "weight/weight_context.h"
 #include "weight/weight_internal.h"
 #include "weight/weight_pairs.h"
+
+namespace dofra {
 
 const uint8_t kStrengthTable[kStrengthLevels] = {0,   60,  68,  76,  82,  87,  92,  100, 103, 107,
                                                  110, 112, 114, 116, 118, 120, 122, 124, 126, 128};
 
 namespace {
 
-constexpr WeightRequestLog kProcessLog = {"weight_async_process", 310, 312, 314, 316, 318, 320,
-                                          322,                    324, 326, 328, 330, 332};
+constexpr const char* kProcessName = "weight_async_process";
+constexpr int kLineNullRequest = 310;
+constexpr int kLineNullHandle = 312;
+constexpr int kLineNullContext = 314;
+constexpr int kLineBadContext = 316;
+constexpr int kLineNullDepth = 318;
+constexpr int kLineNullOutput = 320;
+constexpr int kLineBadLevel = 322;
+constexpr int kLineBadFocus = 324;
+constexpr int kLineBadScaleDen = 326;
+constexpr int kLineBadCalibDen = 328;
+constexpr int kLineBadCalibration = 330;
+constexpr int kLineBadSteps = 332;
+constexpr WeightRequestLog kProcessLog = {
+    kProcessName,     kLineNullRequest,    kLineNullHandle, kLineNullContext, kLineBadContext,
+    kLineNullDepth,   kLineNullOutput,     kLineBadLevel,   kLineBadFocus,    kLineBadScaleDen,
+    kLineBadCalibDen, kLineBadCalibration, kLineBadSteps};
 
-constexpr int kFixShift = 16;  // 16.16 positions in the disparity grid
-constexpr int kFixOne = 1 << kFixShift;
-constexpr int kFracShift = 8;  // 8-bit interpolation fractions
-constexpr int kFracOne = 256;
-constexpr int kFracRound = 128;
 constexpr int kMaxStepExtent = 32767;       // d * 65536 must fit in int32
-constexpr int kNearFocusDepth = 100;
+constexpr int32_t kNearFocusLimit = 25855;  // T <= 25855 <=> f <= 100
+constexpr int kNearFocusDepth = kNearFocusLimit >> kFracBits;
 constexpr int kFarBandLow = 100;
 constexpr int kFarBandHigh = 255;
 constexpr int kWeightFull = 1024;  // Q10 one
@@ -36,10 +50,8 @@ constexpr float kWeightFullF = 1024.0f;
 constexpr int kStrengthShift = 7;  // strength is in 1/128
 constexpr int kStrengthRound = 64;
 
-// Rounded 8-bit-fraction interpolation; a * (256 - f) + b * f + 128 <= 65408.
-inline int Lerp8(int a, int b, int f) {
-  return (a * (kFracOne - f) + b * f + kFracRound) >> kFracShift;
-}
+// Rounded 8-bit-fraction interpolation from a towards b.
+inline int Lerp8(int a, int b, int f) { return Lerp8(a, b, kFracOne - f, f); }
 
 struct Band {
   int low;
@@ -58,13 +70,13 @@ Band BandAround(int focus_depth) {
 // Depth at the point of focus and the in-focus band around it.
 Band FocusBand(int focus_x, int focus_y, int sx, int sy, int dW, int dH, const uint8_t* d) {
   const int px = focus_x * sx, py = focus_y * sy;
-  const int ix = px >> kFixShift, fx = (px >> kFracShift) & 0xFF;
-  const int iy = py >> kFixShift, fy = (py >> kFracShift) & 0xFF;
+  const int ix = PosInt(px), fx = PosFrac(px);
+  const int iy = PosInt(py), fy = PosFrac(py);
   const int ix1 = std::min(ix + 1, dW - 1), iy1 = std::min(iy + 1, dH - 1);
   const int top = Lerp8(d[iy * dW + ix], d[iy * dW + ix1], fx);
   const int bottom = Lerp8(d[iy1 * dW + ix], d[iy1 * dW + ix1], fx);
-  const int32_t t = top * (kFracOne - fy) + bottom * fy + kFracRound;
-  return BandAround(t >> kFracShift);  // t <= 25855 <=> f <= 100
+  const int32_t t = top * (kFracOne - fy) + bottom * fy + kRound8;
+  return BandAround(t >> kFracBits);
 }
 
 // Everything the per-pixel weight needs besides the depth.
@@ -165,9 +177,9 @@ void BuildColumns(int x0, int n, int sx, int dW, ColumnTable* c) {
   c->n = n;
   int qx = x0 * sx;
   for (int j = 0; j < n; ++j, qx += sx) {
-    c->ix[j] = qx >> kFixShift;
+    c->ix[j] = PosInt(qx);
     c->ix1[j] = std::min(c->ix[j] + 1, dW - 1);
-    c->fx[j] = static_cast<uint8_t>((qx >> kFracShift) & 0xFF);
+    c->fx[j] = static_cast<uint8_t>(PosFrac(qx));
   }
   BuildGroupShuffles(dW, c);
 }
@@ -209,21 +221,26 @@ void FillWeight_C(RowKernels* k) {
   k->weight_lerp_pair = LerpPair_C;
 }
 
+}  // namespace dofra
+
+// The members keep their global names; their bodies run the layer's code.
+using namespace dofra;
+
 DOFRA_WEIGHT_UP(__WeightInterpolateUp_c) {
-  const int sx = (dW * kFixOne) / W;
-  const int sy = (dH * kFixOne) / H;
+  const int sx = (dW * kPosOne) / W;
+  const int sy = (dH * kPosOne) / H;
   const Band band = FocusBand(focus_x, focus_y, sx, sy, dW, dH, smooth);
   if (first_row > last_row || W < 1) return;
   const WeightRamp ramp = {band.low, band.high, kWeightFullF / static_cast<float>(falloff),
                            strength};
   int qy = first_row * sy;
   for (int y = first_row; y <= last_row; ++y, qy += sy) {
-    const int iy = qy >> kFixShift, fy = (qy >> kFracShift) & 0xFF;
+    const int iy = PosInt(qy), fy = PosFrac(qy);
     const uint8_t* r0 = smooth + iy * dW;
     const uint8_t* r1 = smooth + std::min(iy + 1, dH - 1) * dW;
     int qx = 0;
     for (int x = 0; x < W; ++x, qx += sx) {
-      const int ix = qx >> kFixShift, fx = (qx >> kFracShift) & 0xFF;
+      const int ix = PosInt(qx), fx = PosFrac(qx);
       const int ix1 = std::min(ix + 1, dW - 1);
       const int v = Lerp8(Lerp8(r0[ix], r0[ix1], fx), Lerp8(r1[ix], r1[ix1], fx), fy);
       out[y * W + x] = WeightOf(v, ramp);
@@ -236,8 +253,8 @@ DOFRA_WEIGHT_UP(__WeightInterpolateUp_c) {
 // bounds from the samples, runs by kind, and the depth rows of the runs that
 // need them. Per output row only fills, or the vertical blend and a lookup.
 DOFRA_WEIGHT_UP(__WeightInterpolateUp) {
-  const int sx = (dW * kFixOne) / W;
-  const int sy = (dH * kFixOne) / H;
+  const int sx = (dW * kPosOne) / W;
+  const int sy = (dH * kPosOne) / H;
   const Band band = FocusBand(focus_x, focus_y, sx, sy, dW, dH, smooth);
   if (first_row > last_row || W < 1) return;
   const WeightRamp ramp = {band.low, band.high, kWeightFullF / static_cast<float>(falloff),
@@ -260,20 +277,34 @@ DOFRA_WEIGHT_UP(__WeightInterpolateUp) {
     int pair_row = -1;
     int qy = first_row * sy;
     for (int y = first_row; y <= last_row; ++y, qy += sy) {
-      const int iy = qy >> kFixShift;
+      const int iy = PosInt(qy);
       if (iy != pair_row) {
         PreparePair(k.weight_lerp_pair, smooth + static_cast<ptrdiff_t>(iy) * dW,
                     smooth + static_cast<ptrdiff_t>(std::min(iy + 1, dH - 1)) * dW, cols, spans,
                     rules, &pair);
         pair_row = iy;
       }
-      row.fy = (qy >> kFracShift) & 0xFF;
+      row.fy = PosFrac(qy);
       row.out = out + static_cast<ptrdiff_t>(y) * W + x0;
       WriteRow(k, pair, rules, lut, row_fn, row);
     }
   }
   if (row.stream) k.weight_stream_fence();
 }
+
+namespace dofra {
+namespace {
+
+const WeightKernelTable kWeightKernels = {__getMinMax_neon, __WeightInterpolateUp};
+const WeightKernelTable kWeightKernelsC = {__getMinMax_c, __WeightInterpolateUp_c};
+
+}  // namespace
+
+const WeightKernelTable& ActiveWeightKernels() {
+  return ActiveSimdLevel() == SimdLevel::kScalar ? kWeightKernelsC : kWeightKernels;
+}
+
+}  // namespace dofra
 
 namespace {
 
@@ -288,8 +319,8 @@ bool ContextUsable(const WeightContext* ctx) {
 
 // Everything that would make the computation undefined is refused here,
 // before the output is touched.
-bool CheckWeightRequest(const WeightParams* request, const DofraHandle* handle,
-                        const uint16_t* out, const WeightRequestLog& log) {
+bool dofra::CheckWeightRequest(const WeightParams* request, const DofraHandle* handle,
+                               const uint16_t* out, const WeightRequestLog& log) {
   if (request == nullptr) {
     DOFRA_LOG(log.null_request, log.name, "invalid request\n");
     return false;
@@ -353,7 +384,7 @@ bool CheckWeightRequest(const WeightParams* request, const DofraHandle* handle,
 
 extern "C" DOFRA_EXPORT int weight_async_process(WeightParams* request, DofraHandle* handle,
                                                  uint16_t* out) {
-  if (!CheckWeightRequest(request, handle, out, kProcessLog)) return 1;
+  if (!dofra::CheckWeightRequest(request, handle, out, kProcessLog)) return 1;
   WeightContext* ctx = handle->weight;
   const int r = ctx->kernel_size / 2;
   const int dW = ctx->disparity_width, dH = ctx->disparity_height;
@@ -365,24 +396,24 @@ extern "C" DOFRA_EXPORT int weight_async_process(WeightParams* request, DofraHan
   ctx->disparity = reinterpret_cast<uint8_t*>(request->depth) + DOFRA_DEPTH_HEADER_SIZE;
 
   const BlurKernelTable& kernels = ActiveBlurKernels();
-  const bool scalar = ActiveSimdLevel() == SimdLevel::kScalar;
+  const WeightKernelTable& members = ActiveWeightKernels();
   uint8_t table[kDepthTableSize];
   InitDisparityToDepth(request->depth, table);
   __getRanged(ctx->disparity, ctx->RangedDisparity, n, 0, 0, table);
   kernels.smooth_y(ctx->RangedDisparity, ctx->ExpandDisparity, ctx->SmoothDisparity, dW, dH,
                    ctx->kernel_weights, r, r, ctx->TempimDisparity, 0, dH - 1);
-  (void)getTime();
+  TimingPoint();
 
   // The range is computed but not used; the histogram stays in the context.
   uint8_t range_min = 0, range_max = 0;
-  (scalar ? __getMinMax_c : __getMinMax_neon)(ctx->SmoothDisparity, n, &range_min, &range_max);
+  members.min_max(ctx->SmoothDisparity, n, &range_min, &range_max);
   __updateMinMax(ctx->SmoothDisparity, ctx->histogram, n, ctx->hist_ratio, ctx->min_range,
                  &range_min, &range_max);
 
   ctx->falloff = kWeightFalloff;
   ctx->strength = kStrengthTable[ctx->strength_index];
-  (scalar ? __WeightInterpolateUp_c : __WeightInterpolateUp)(
-      ctx->width, ctx->height, ctx->focus_x, ctx->focus_y, 0, ctx->height - 1, out, dW, dH,
-      ctx->falloff, static_cast<uint8_t>(ctx->strength), ctx->SmoothDisparity);
+  members.interpolate_up(ctx->width, ctx->height, ctx->focus_x, ctx->focus_y, 0, ctx->height - 1,
+                         out, dW, dH, ctx->falloff, static_cast<uint8_t>(ctx->strength),
+                         ctx->SmoothDisparity);
   return 0;
 }

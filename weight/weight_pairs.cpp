@@ -7,6 +7,8 @@
 #include <cstring>
 #include <utility>
 
+namespace dofra {
+
 namespace {
 
 constexpr int kGroup = kWeightGroup;
@@ -204,3 +206,5 @@ void PreparePair(LerpPairFn lerp, const uint8_t* r0, const uint8_t* r1, const Co
   FormRuns(groups, cols.n, p);
   InterpolateRuns(lerp, r0, r1, cols, p);
 }
+
+}  // namespace dofra

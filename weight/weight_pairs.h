@@ -7,7 +7,9 @@
 
 #include <cstdint>
 
-#include "weight/weight_rows.h"
+#include "kernels/weight_rows.h"
+
+namespace dofra {
 
 // Group kinds, one byte each: the per-pixel path through the distance
 // tables, a 16-depth window, or constant stretch i of the weight as
@@ -63,5 +65,7 @@ struct PairRows {
 // Remainder: the last n mod 16 columns form a mixed run of their own.
 void PreparePair(LerpPairFn lerp, const uint8_t* r0, const uint8_t* r1, const ColumnTable& cols,
                  const StripSpans& spans, const KindRules& rules, PairRows* p);
+
+}  // namespace dofra
 
 #endif  // DOFRA_WEIGHT_WEIGHT_PAIRS_H

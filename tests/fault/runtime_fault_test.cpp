@@ -1,6 +1,6 @@
 // Runtime failure paths forced at link time: every allocation of DofraInit and
 // weight_init, every step of pool_init, worker creation and a frame's task
-// records.
+// records; and a frame refused before its buffers.
 // ASan's leak check at exit covers the teardown of each failure path.
 #include <gtest/gtest.h>
 #include <ui/GraphicBuffer.h>
@@ -67,6 +67,23 @@ TEST(RuntimeFaultTest, EveryInitAllocationFailureLogsItsStep) {
   ASSERT_EQ(DofraInit(&handle, &params), 0);
   EXPECT_EQ(fault::AllocationCount(), 16);
   EXPECT_EQ(DofraDeinit(handle), 0);
+}
+
+// A frame whose buffer sizes overflow 32 bits is refused by the size check
+// itself: after the handle, band records and pool, before the blur context
+// or any frame buffer (a wrapped size would fail only at its allocation).
+TEST(RuntimeFaultTest, OverflowingFrameIsRefusedBeforeItsBuffers) {
+  fault::Guard guard;
+  LogCapture log;
+  DofraParams params = {24000, 30000, 3000, 3750, 5, 0, 4, 5};
+  DofraHandle* handle = nullptr;
+  fault::FailAllocation(0);
+  EXPECT_EQ(DofraInit(&handle, &params), 1);
+  EXPECT_EQ(fault::AllocationCount(), 5);
+  const std::vector<std::string> texts = log.Texts();
+  ASSERT_EQ(texts.size(), 2u);
+  EXPECT_EQ(texts[1],
+            "L 40, blur_init: refusing 24000x30000 at scale 4: buffer sizes overflow 32 bits\n");
 }
 
 // Tasks append their index; one worker runs them all, so no lock is needed.

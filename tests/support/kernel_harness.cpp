@@ -13,6 +13,8 @@
 #include "support/test_image.h"
 #include "weight/weight_internal.h"
 
+using namespace dofra;  // the library's internal names
+
 FencedBytes::FencedBytes(size_t size) : size_(size) {
   const size_t page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
   const size_t body = (size + page - 1) / page * page;
@@ -362,7 +364,8 @@ std::vector<KernelFamily> AllKernelFamilies() {
 
 std::vector<SimdLevel> VectorLevels(std::string* skipped) {
   std::vector<SimdLevel> levels;
-  for (SimdLevel l : {SimdLevel::kSse41, SimdLevel::kAvx2, SimdLevel::kNeon}) {
+  for (SimdLevel l : kSimdLevels) {
+    if (l == SimdLevel::kScalar) continue;
     if (SimdLevelAvailable(l))
       levels.push_back(l);
     else

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "blur/dispatch.h"
+#include "kernels/simd_level.h"
 
 // One call: plane sizes, the band and how the inputs look. Smoothing reads
 // its Q10 weight from sw and its radius from r; compositing reads r as the
@@ -35,7 +35,7 @@ struct KernelFamily {
 std::vector<KernelFamily> AllKernelFamilies();
 
 // Vectorised levels the build and the CPU offer; the others are named in `skipped`.
-std::vector<SimdLevel> VectorLevels(std::string* skipped);
+std::vector<dofra::SimdLevel> VectorLevels(std::string* skipped);
 
 // Bytes that end exactly at an inaccessible page, so that any read past
 // them faults in every build.

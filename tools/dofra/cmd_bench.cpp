@@ -24,33 +24,12 @@ constexpr int kBenchLevel = 1;
 constexpr int kBarWidth = 40;
 constexpr size_t kFlushBytes = size_t{64} << 20;  // beyond the last-level cache of common hosts
 
-// Nearest-rank percentile of sorted values.
-double Percentile(const std::vector<double>& sorted, double p) {
-  const size_t rank = static_cast<size_t>(std::ceil(p / 100.0 * sorted.size()));
-  return sorted[std::max<size_t>(rank, 1) - 1];
-}
-
 void ShowProgress(int done, int total) {
   const int filled = done * kBarWidth / total;
   printf("\r[%s%s] %d/%d", std::string(filled, '#').c_str(),
          std::string(kBarWidth - filled, '.').c_str(), done, total);
   if (done == total) printf("\n");
   fflush(stdout);
-}
-
-// The library picks its kernels once per process, the widest set the CPU
-// has; it exports nothing that names the choice, so the tool repeats the
-// same detection.
-const char* DetectedKernels() {
-#if defined(__x86_64__) || defined(__i386__)
-  if (__builtin_cpu_supports("avx2")) return "avx2";
-  if (__builtin_cpu_supports("sse4.1")) return "sse4.1";
-  return "scalar";
-#elif defined(__aarch64__)
-  return "neon";
-#else
-  return "scalar";
-#endif
 }
 
 void PrintRow(const std::string& stage, std::vector<double> ms) {

@@ -12,11 +12,31 @@
 #include "commands.h"
 #include "convert.h"
 #include "engine.h"
-#include "fill.h"
 #include "fitted.h"
+#include "image_io.h"
 #include "paths.h"
+#include "renderer.h"
+#include "settings.h"
 
 namespace dofra_tool {
+
+namespace {
+
+std::vector<OptionSpec> BlurOptions() {
+  std::vector<OptionSpec> options = {
+      {"--image", "FILE", nullptr, "PNG or JPEG photograph, padded to a size the library takes"},
+      {"--nv21", "FILE", nullptr, "raw NV21 frame instead (W x H luma, W x H/2 chroma)"},
+      {"--size", "WxH", nullptr, "size of the --nv21 frame"},
+      {"--disparity", "FILE", nullptr, "8-bit gray PNG or JPEG disparity map"},
+      {"--output", "FILE", nullptr, ".png for a photograph, .yuv for a raw frame", "-o"},
+      {"--weights", "FILE", nullptr, "also write the weight map as a gray .png"},
+  };
+  for (const OptionSpec& option : SettingOptions()) options.push_back(option);
+  options.push_back({"--verbose", nullptr, nullptr, "show the library's log lines"});
+  return options;
+}
+
+}  // namespace
 
 const CommandSpec kBlurCommand = {
     "blur",
@@ -24,184 +44,66 @@ const CommandSpec kBlurCommand = {
     "--nv21 IN.yuv --size WxH --disparity DISP.png|DISP.jpg -o OUT.yuv [options]",
     "Blurs a photograph, or a raw NV21 frame, under the weight map computed from its\n"
     "8-bit disparity map (larger = nearer, any resolution up to the picture's).",
-    {
-        {"--image", "FILE", nullptr, "PNG or JPEG photograph, padded to a size the library takes"},
-        {"--nv21", "FILE", nullptr, "raw NV21 frame instead (W x H luma, W x H/2 chroma)"},
-        {"--size", "WxH", nullptr, "size of the --nv21 frame"},
-        {"--disparity", "FILE", nullptr, "8-bit gray PNG or JPEG disparity map"},
-        {"--output", "FILE", nullptr, ".png for a photograph, .yuv for a raw frame", "-o"},
-        {"--weights", "FILE", nullptr, "also write the weight map as a gray .png"},
-        {"--refine", nullptr, "off", "refine the weight map with the picture (DofraRefineWeightMap)"},
-        {"--focus", "X,Y", nullptr, "point in focus, in picture pixels (default: the centre)"},
-        {"--scale", "S", "4", "blur factor: 2, 4, 6 or 8"},
-        {"--level", "L", "1", "blur level: 1 (strongest) .. 20 (none)"},
-        // Depth = 2400 / (disparity + 6): suits 8-bit maps where 255 is nearest.
-        {"--calib", "A,B,M,N", "1572864000,65536,1280,320", "disparity-to-depth calibration"},
-        {"--disparity-size", "WxH", nullptr,
-         "map size given to the library, at most the picture's (default: W/8 x H/8)"},
-        {"--unknown", "V", "0", "disparity value that marks unknown pixels, filled from around"},
-        {"--keep-unknown", nullptr, nullptr, "pass unknown pixels on as they are"},
-        {"--verbose", nullptr, nullptr, "show the library's log lines"},
-    }};
+    BlurOptions()};
 
 namespace {
 
-constexpr int kMaxDisparityValue = 255;
-
-struct Request {
-  int scale;
-  int level;
-  Calibration calib;
-  std::string disparity_path;
+// The output files and the input paths they must not name.
+struct Outputs {
   std::string out_path;
   std::string weights_path;
-  bool has_focus;
-  Point focus;
-  bool fill_unknown;
-  uint8_t unknown;
-  bool refine;
 };
 
-Request ParseRequest(const Options& options) {
-  Request r;
-  r.scale = options.GetScale("--scale");
-  r.level = options.GetLevel("--level");
-  r.calib = ParseCalibration(options.Get("--calib"));
-  r.disparity_path = options.Get("--disparity");
-  r.out_path = options.Get("--output");
-  r.weights_path = options.Has("--weights") ? options.Get("--weights") : "";
-  r.has_focus = options.Has("--focus");
-  if (r.has_focus) r.focus = ParsePoint("--focus", options.Get("--focus"));
-  r.fill_unknown = !options.Has("--keep-unknown");
-  if (!r.fill_unknown && options.Has("--unknown")) {
-    throw InputError("--unknown and --keep-unknown exclude each other");
+// Every check that needs no picture, made before any file is opened, so that
+// a bad option is reported as such whatever the files hold.
+Outputs CheckWithoutFiles(const Options& options, const BlurSettings& s, bool raw) {
+  Outputs o;
+  o.out_path = options.Get("--output");
+  o.weights_path = options.Has("--weights") ? options.Get("--weights") : "";
+  const char* out_kind = raw ? ".yuv" : ".png";
+  if (!EndsWith(o.out_path, out_kind)) {
+    throw InputError(std::string("-o must name a ") + out_kind + " file for " +
+                     (raw ? "a raw frame" : "a picture") + ", not '" + o.out_path + "'");
   }
-  r.unknown = static_cast<uint8_t>(options.GetInt("--unknown", 0, kMaxDisparityValue));
-  r.refine = options.Has("--refine");
-  if (!r.weights_path.empty() && !EndsWith(r.weights_path, ".png")) {
-    throw InputError("--weights must name a .png file, not '" + r.weights_path + "'");
+  if (!o.weights_path.empty() && !EndsWith(o.weights_path, ".png")) {
+    throw InputError("--weights must name a .png file, not '" + o.weights_path + "'");
   }
-  CheckOutputPath(r.out_path);
-  if (!r.weights_path.empty()) CheckOutputPath(r.weights_path);
-  const std::string input = options.Has("--image") ? "--image" : "--nv21";
-  CheckNoOverwrite({{input, options.Get(input)}, {"--disparity", r.disparity_path}},
-                   {{"-o", r.out_path}, {"--weights", r.weights_path}});
-  return r;
+  if (raw) {
+    const Size size = options.GetSize("--size");
+    FocusFor(s, size);
+    MapSizeFor(s, size);
+  } else if (s.has_focus && (s.focus.x < 0 || s.focus.y < 0 || s.focus.x >= kMaxPictureSide ||
+                             s.focus.y >= kMaxPictureSide)) {
+    throw InputError("focus point " + std::to_string(s.focus.x) + "," + std::to_string(s.focus.y) +
+                     " lies outside any picture (0.." + std::to_string(kMaxPictureSide - 1) +
+                     " a side)");
+  }
+  CheckOutputPath(o.out_path);
+  if (!o.weights_path.empty()) CheckOutputPath(o.weights_path);
+  const std::string input = raw ? "--nv21" : "--image";
+  CheckNoOverwrite({{input, options.Get(input)}, {"--disparity", options.Get("--disparity")}},
+                   {{"-o", o.out_path}, {"--weights", o.weights_path}});
+  return o;
 }
 
-Point FocusFor(const Request& r, Size picture) {
-  const Point focus = r.has_focus ? r.focus : Point{picture.width / 2, picture.height / 2};
-  if (focus.x < 0 || focus.y < 0 || focus.x >= picture.width || focus.y >= picture.height) {
-    throw InputError("focus point " + std::to_string(focus.x) + "," + std::to_string(focus.y) +
-                     " lies outside the " + SizeText(picture) + " image");
-  }
-  return focus;
-}
-
-// The map size handed to the library: at most the picture's, so a claimed
-// size cannot cost more memory than the picture itself.
-Size MapSizeFor(const Options& options, Size picture) {
-  if (!options.Has("--disparity-size")) return DefaultDisparitySize(picture);
-  const Size size = options.GetSize("--disparity-size");
-  if (size.width > picture.width || size.height > picture.height) {
-    throw InputError("--disparity-size " + SizeText(size) + " is larger than the " +
-                     SizeText(picture) + " picture");
-  }
-  return size;
-}
-
-// Unknown disparity filled from around it; the count for the summary line.
-int64_t FillDisparity(const Request& r, Image* disparity) {
-  if (!r.fill_unknown) return 0;
-  const auto& px = disparity->pixels;
-  if (std::all_of(px.begin(), px.end(), [&](uint8_t v) { return v == r.unknown; })) {
-    throw InputError(r.disparity_path + ": every pixel holds the unknown value " +
-                     std::to_string(r.unknown));
-  }
-  return FillUnknown(disparity, r.unknown);
-}
-
-// The weight map of a frame from its (filled) disparity map; the refined
-// one is guided by the frame's NV21 bytes (nv21).
-std::unique_ptr<WeightMapper> MapWeights(const Request& r, const Image& disparity, Size frame,
-                                         Size map_size, Point focus, const uint8_t* nv21) {
-  std::unique_ptr<WeightMapper> mapper(
-      new WeightMapper(frame, map_size, r.refine ? MapMethod::kRefined : MapMethod::kPlain));
-  mapper->SetDepth(r.calib, ResizeGray(disparity, map_size.width, map_size.height));
-  mapper->SetGuide(nv21);
-  if (!mapper->Compute(r.level, focus)) {
-    throw InputError("the library refused the weight-map request (run with --verbose to see why)");
-  }
-  return mapper;
-}
-
-// A picture's weights and their picture: the plain map at the picture's
-// size, or the refined one through the fitted frame.
-struct PictureWeights {
-  std::vector<uint16_t> weights;
-  Image picture;
-};
-
-PictureWeights WeightsFor(const Request& r, const Options& options, const Image& disparity,
-                          const FittedFrame& fitted, Size size, Point focus) {
-  PictureWeights out;
-  if (r.refine) {
-    const Size map_size = options.Has("--disparity-size") ? MapSizeFor(options, size)
-                                                          : DefaultDisparitySize(fitted.frame());
-    out.weights = RefinedPictureWeights(fitted, size, disparity, map_size, r.calib, r.level, focus,
-                                        &out.picture);
-    return out;
-  }
-  std::unique_ptr<WeightMapper> mapper =
-      MapWeights(r, disparity, size, MapSizeFor(options, size), focus, nullptr);
-  const size_t pixels = static_cast<size_t>(size.width) * size.height;
-  out.weights.assign(mapper->weights(), mapper->weights() + pixels);
-  out.picture = mapper->WeightPicture();
-  return out;
-}
-
-std::string Summary(const Request& r, Size size, const char* kind, Point focus, int64_t filled) {
-  return "wrote " + r.out_path + " (" + SizeText(size) + kind + ", scale " +
-         std::to_string(r.scale) + ", level " + std::to_string(r.level) + ", focus " +
-         std::to_string(focus.x) + "," + std::to_string(focus.y) + ", " + std::to_string(filled) +
+std::string Summary(const BlurSettings& s, const std::string& out_path, Size size, const char* kind,
+                    Point focus, int64_t filled) {
+  return "wrote " + out_path + " (" + SizeText(size) + kind + ", scale " + std::to_string(s.scale) +
+         ", level " + std::to_string(s.level) + ", focus " + std::to_string(focus.x) + "," +
+         std::to_string(focus.y) + ", " + std::to_string(filled) +
          " unknown disparity pixels filled)";
 }
 
-// The RGBA result as it goes to the file: the input's alpha, or plain RGB.
-Image WithInputAlpha(Image out, const Image& picture, bool has_alpha) {
-  if (has_alpha) {
-    for (size_t i = 3; i < out.pixels.size(); i += 4) out.pixels[i] = picture.pixels[i];
-    return out;
-  }
-  Image rgb(out.width, out.height, 3);
-  for (size_t i = 0, j = 0; i < out.pixels.size(); i += 4, j += 3) {
-    std::copy(&out.pixels[i], &out.pixels[i] + 3, &rgb.pixels[j]);
-  }
-  return rgb;
-}
-
-int BlurPicture(const Options& options, const Request& r) {
-  if (!EndsWith(r.out_path, ".png")) {
-    throw InputError("-o must name a .png file for a picture, not '" + r.out_path + "'");
-  }
-  bool has_alpha = false;
-  const Image picture = ReadPicture(options.Get("--image"), &has_alpha);
-  const Size size{picture.width, picture.height};
-  Image disparity = ReadGrayMap(r.disparity_path, size);
-  const Point focus = FocusFor(r, size);
-
-  FittedFrame fitted(size, r.scale);
+int BlurPicture(const Options& options, const BlurSettings& s, const Outputs& o) {
+  PictureRenderer renderer(LoadPictureInputs(options, s));
+  const Size size = renderer.picture_size();
+  const Point focus = FocusFor(s, size);
+  const FittedFrame& fitted = renderer.Frame(s.scale);
   if (fitted.padded()) printf("%s\n", fitted.PaddingNote().c_str());
-  const int64_t filled = FillDisparity(r, &disparity);
-  fitted.Load(picture);
-  const PictureWeights weights = WeightsFor(r, options, disparity, fitted, size, focus);
-  fitted.SetWeights(weights.weights.data());
-  if (!fitted.Blur()) throw std::runtime_error("DofraBlurImage failed (see --verbose)");
-
-  const Image out = WithInputAlpha(fitted.Result(), picture, has_alpha);
-  if (!r.weights_path.empty()) WritePng(r.weights_path, weights.picture);
-  WritePng(r.out_path, out);
-  printf("%s\n", Summary(r, size, "", focus, filled).c_str());
+  renderer.Render(s, focus);
+  if (!o.weights_path.empty()) WritePng(o.weights_path, renderer.WeightPicture());
+  WritePng(o.out_path, renderer.Output());
+  printf("%s\n", Summary(s, o.out_path, size, "", focus, renderer.inputs().filled).c_str());
   return 0;
 }
 
@@ -219,11 +121,11 @@ std::string RawRefusal(Size size, int scale) {
   return text;
 }
 
-int BlurRaw(const Options& options, const Request& r) {
-  if (!EndsWith(r.out_path, ".yuv")) {
-    throw InputError("-o must name a .yuv file for a raw frame, not '" + r.out_path + "'");
-  }
+int BlurRaw(const Options& options, const BlurSettings& s, const Outputs& o) {
   const Size size = options.GetSize("--size");
+  // The library's answer needs only the size: asked before any file is read.
+  std::unique_ptr<BlurSession> session = BlurSession::Open(size, s.scale);
+  if (!session) throw InputError(RawRefusal(size, s.scale));
   const std::string& path = options.Get("--nv21");
   const size_t expected = Nv21Bytes(size.width, size.height);
   struct stat info;
@@ -232,22 +134,21 @@ int BlurRaw(const Options& options, const Request& r) {
                      SizeText(size) + " NV21 frame has " + std::to_string(expected));
   }
   const std::vector<uint8_t> frame_bytes = ReadBytes(path);
-  Image disparity = ReadGrayMap(r.disparity_path, size);
-  const Point focus = FocusFor(r, size);
-  const Size map_size = MapSizeFor(options, size);
-  std::unique_ptr<BlurSession> session = BlurSession::Open(size, r.scale);
-  if (!session) throw InputError(RawRefusal(size, r.scale));
-  const int64_t filled = FillDisparity(r, &disparity);
+  int64_t filled = 0;
+  const Image disparity = LoadDisparity(options, s, size, &filled);
+  const Point focus = FocusFor(s, size);
   std::copy(frame_bytes.begin(), frame_bytes.end(), session->source());
   session->PrimeDestination();
-  std::unique_ptr<WeightMapper> mapper =
-      MapWeights(r, disparity, size, map_size, focus, session->source());
-  session->SetWeights(mapper->weights());
+  WeightMapper mapper(size, {disparity.width, disparity.height},
+                      s.refine ? MapMethod::kRefined : MapMethod::kPlain);
+  mapper.SetGuide(session->source());  // read by the refined map only
+  MapWeights(&mapper, s, disparity, focus);
+  session->SetWeights(mapper.weights());
   if (!session->Blur()) throw std::runtime_error("DofraBlurImage failed (see --verbose)");
-  if (!r.weights_path.empty()) WritePng(r.weights_path, mapper->WeightPicture());
+  if (!o.weights_path.empty()) WritePng(o.weights_path, mapper.WeightPicture());
   const uint8_t* out = session->destination();
-  WriteBytes(r.out_path, std::vector<uint8_t>(out, out + expected));
-  printf("%s\n", Summary(r, size, " NV21", focus, filled).c_str());
+  WriteBytes(o.out_path, std::vector<uint8_t>(out, out + expected));
+  printf("%s\n", Summary(s, o.out_path, size, " NV21", focus, filled).c_str());
   return 0;
 }
 
@@ -262,8 +163,9 @@ int RunBlur(const std::vector<std::string>& args) {
   if (raw != options.Has("--size")) {
     throw InputError(raw ? "--nv21 needs --size WxH" : "--size is for --nv21 frames only");
   }
-  const Request request = ParseRequest(options);
-  return raw ? BlurRaw(options, request) : BlurPicture(options, request);
+  const BlurSettings settings = ParseBlurSettings(options);
+  const Outputs outputs = CheckWithoutFiles(options, settings, raw);
+  return raw ? BlurRaw(options, settings, outputs) : BlurPicture(options, settings, outputs);
 }
 
 }  // namespace dofra_tool

@@ -147,12 +147,12 @@ int RunDemo(const std::vector<std::string>& args) {
 
   // The first factor again, under the refined map.
   FittedFrame& first = *frames.front().second;
-  Image refined_picture;
-  t0 = NowMs();
-  const std::vector<uint16_t> refined =
-      RefinedPictureWeights(first, size, scene.disparity, DefaultDisparitySize(first.frame()),
-                            SceneCalibration(), level, scene.focus, &refined_picture);
-  timings.push_back({"refined weight map x" + std::to_string(frames[0].first), NowMs() - t0});
+  WeightMapper refiner(first.frame(), DefaultDisparitySize(first.frame()), MapMethod::kRefined);
+  std::vector<uint16_t> refined;
+  const double refine_ms = RefinePictureWeights(first, scene.disparity, SceneCalibration(), level,
+                                                scene.focus, &refiner, &refined);
+  timings.push_back({"refined weight map x" + std::to_string(frames[0].first), refine_ms});
+  const Image refined_picture = WeightPictureOf(refined.data(), size);
   first.SetWeights(refined.data());
   if (!first.Blur()) throw std::runtime_error("DofraBlurImage failed");
   const Image refined_blur = first.Result();

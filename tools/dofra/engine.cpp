@@ -56,6 +56,21 @@ void SetLibraryLogVisible(bool visible) {
 LogSilence::LogSilence() { ApplyLogSink(false); }
 LogSilence::~LogSilence() { ApplyLogSink(g_log_visible); }
 
+// The library picks its kernels once per process, the widest set the CPU
+// has; it exports nothing that names the choice, so the tool repeats the
+// same detection.
+const char* DetectedKernels() {
+#if defined(__x86_64__) || defined(__i386__)
+  if (__builtin_cpu_supports("avx2")) return "avx2";
+  if (__builtin_cpu_supports("sse4.1")) return "sse4.1";
+  return "scalar";
+#elif defined(__aarch64__)
+  return "neon";
+#else
+  return "scalar";
+#endif
+}
+
 Size DefaultDisparitySize(Size frame) {
   return Size{std::max(1, frame.width / kDisparityDiv), std::max(1, frame.height / kDisparityDiv)};
 }
@@ -131,10 +146,10 @@ bool WeightMapper::Compute(int level, Point focus) {
   return DofraRefineWeightMap(&request, handle_, &guide, tuning_, weights_.data()) == 0;
 }
 
-Image WeightMapper::WeightPicture() const {
-  Image picture(frame_.width, frame_.height, 1);
-  for (size_t i = 0; i < weights_.size(); ++i) {
-    const int w = std::min<int>(weights_[i], kFullWeight);
+Image WeightPictureOf(const uint16_t* weights, Size size) {
+  Image picture(size.width, size.height, 1);
+  for (size_t i = 0; i < picture.pixels.size(); ++i) {
+    const int w = std::min<int>(weights[i], kFullWeight);
     picture.pixels[i] = static_cast<uint8_t>((w * 255 + kFullWeight / 2) / kFullWeight);
   }
   return picture;

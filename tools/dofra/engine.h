@@ -31,6 +31,10 @@ class LogSilence {
   LogSilence& operator=(const LogSilence&) = delete;
 };
 
+// The kernel set the library picks on this CPU ("avx2", "sse4.1", "neon",
+// "scalar"), found by the same detection.
+const char* DetectedKernels();
+
 // The disparity map size the tool gives a frame: one sample per 8 x 8 pixels.
 Size DefaultDisparitySize(Size frame);
 
@@ -42,11 +46,15 @@ enum class Direction { kSmaller, kLarger };
 // larger, or no smaller, on either side; {0, 0} if none is within 64 pixels.
 Size NearestAccepted(Size frame, int scale, Direction direction);
 
+// A W x H weight map as an 8-bit picture: 0 black (sharp) .. 1024 white
+// (blurred).
+Image WeightPictureOf(const uint16_t* weights, Size size);
+
 // How a WeightMapper computes its map.
 enum class MapMethod {
-  kPlain,     // weight_async_process, as a host calls it
+  kPlain,       // weight_async_process, as a host calls it
   kUnsmoothed,  // the same with a smoothing kernel of 1 (no smoothing)
-  kRefined,   // DofraRefineWeightMap with the frame as the guide
+  kRefined,     // DofraRefineWeightMap with the frame as the guide
 };
 
 // A weight context hung on a zero-filled handle record of the tool's own,
@@ -70,9 +78,11 @@ class WeightMapper {
   // Computes the W x H map into weights(); false when the library refuses.
   bool Compute(int level, Point focus);
 
+  Size frame() const { return frame_; }
+  Size disparity() const { return disparity_; }
   uint16_t* weights() { return weights_.data(); }
   // The weights as an 8-bit picture: 0 black (sharp) .. 1024 white (blurred).
-  Image WeightPicture() const;
+  Image WeightPicture() const { return WeightPictureOf(weights_.data(), frame_); }
 
  private:
   Size frame_;

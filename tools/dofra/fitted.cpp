@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "commands.h"
 #include "convert.h"
 
 namespace dofra_tool {
@@ -45,25 +46,25 @@ Image FittedFrame::Result() const {
   return padded() ? Crop(out, picture_.width, picture_.height) : out;
 }
 
-std::vector<uint16_t> RefinedPictureWeights(const FittedFrame& fitted, Size picture,
-                                            const Image& disparity, Size map_size,
-                                            const Calibration& calib, int level, Point focus,
-                                            Image* weight_picture) {
-  const Size frame = fitted.frame();
-  WeightMapper mapper(frame, map_size, MapMethod::kRefined);
+double RefinePictureWeights(const FittedFrame& fitted, const Image& disparity,
+                            const Calibration& calib, int level, Point focus, WeightMapper* mapper,
+                            std::vector<uint16_t>* weights) {
+  const Size frame = fitted.frame(), map = mapper->disparity();
+  const Size picture = {disparity.width, disparity.height};
   const bool same = frame.width == picture.width && frame.height == picture.height;
   const Image padded = same ? disparity : PadByReplication(disparity, frame.width, frame.height);
-  mapper.SetDepth(calib, ResizeGray(padded, map_size.width, map_size.height));
-  mapper.SetGuide(fitted.source());
-  if (!mapper.Compute(level, focus)) {
+  mapper->SetDepth(calib, ResizeGray(padded, map.width, map.height));
+  mapper->SetGuide(fitted.source());
+  const double t0 = NowMs();
+  if (!mapper->Compute(level, focus)) {
     throw InputError("the library refused the refined weight map (run with --verbose to see why)");
   }
-  std::vector<uint16_t> weights(static_cast<size_t>(picture.width) * picture.height);
+  const double ms = NowMs() - t0;
+  weights->resize(static_cast<size_t>(picture.width) * picture.height);
   for (int y = 0; y < picture.height; ++y)
-    std::copy_n(mapper.weights() + static_cast<size_t>(y) * frame.width, picture.width,
-                weights.data() + static_cast<size_t>(y) * picture.width);
-  *weight_picture = Crop(mapper.WeightPicture(), picture.width, picture.height);
-  return weights;
+    std::copy_n(mapper->weights() + static_cast<size_t>(y) * frame.width, picture.width,
+                weights->data() + static_cast<size_t>(y) * picture.width);
+  return ms;
 }
 
 }  // namespace dofra_tool

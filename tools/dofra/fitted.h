@@ -27,14 +27,15 @@ class FittedFrame {
   // An RGBA picture of the picture's size into the source frame, and the
   // destination primed with it.
   void Load(const Image& rgba);
-  // The NV21 source frame (padded), once loaded.
-  const uint8_t* source() const { return session_->source(); }
   // A weight map of the picture's size, grown to the frame by replication.
   void SetWeights(const uint16_t* weights);
   // One frame through DofraBlurImage; false when the library refuses.
   bool Blur() { return session_->Blur(); }
   // The destination frame as RGBA, cropped to the picture.
   Image Result() const;
+  // The NV21 frames themselves (frame size, row stride = frame width).
+  const uint8_t* source() const { return session_->source(); }
+  const uint8_t* destination() const { return session_->destination(); }
 
  private:
   Size picture_;
@@ -43,14 +44,14 @@ class FittedFrame {
   std::vector<uint16_t> weights_;
 };
 
-// The refined weight map of the picture loaded into `fitted`: computed on its
-// padded frame (the size the refinement's handle accepts) from the picture's
-// disparity padded alike and resampled to map_size, then cropped back to the
-// picture; `picture` gets its gray picture. Throws InputError on a refusal.
-std::vector<uint16_t> RefinedPictureWeights(const FittedFrame& fitted, Size picture,
-                                            const Image& disparity, Size map_size,
-                                            const Calibration& calib, int level, Point focus,
-                                            Image* weight_picture);
+// The refined weight map of the picture loaded into `fitted`, by `mapper` (a
+// refined mapper of the fitted frame's size): computed on the padded frame
+// from the picture's full-size disparity padded alike and resampled to the
+// mapper's map size, then cropped back into `weights` (the picture's size).
+// The time the library took; InputError when it refuses.
+double RefinePictureWeights(const FittedFrame& fitted, const Image& disparity,
+                            const Calibration& calib, int level, Point focus, WeightMapper* mapper,
+                            std::vector<uint16_t>* weights);
 
 }  // namespace dofra_tool
 

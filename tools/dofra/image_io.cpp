@@ -289,6 +289,12 @@ bool EncodePng(FILE* stream, const Image& image, const uint8_t** rows, std::stri
   return true;
 }
 
+std::vector<const uint8_t*> Rows(const Image& image) {
+  std::vector<const uint8_t*> rows(static_cast<size_t>(image.height));
+  for (int y = 0; y < image.height; ++y) rows[y] = image.Row(y);
+  return rows;
+}
+
 }  // namespace
 
 bool EndsWith(const std::string& text, const std::string& suffix) {
@@ -348,14 +354,28 @@ Image ReadGrayMap(const std::string& path, Size most) {
 }
 
 void WritePng(const std::string& path, const Image& image) {
-  std::vector<const uint8_t*> rows(static_cast<size_t>(image.height));
-  for (int y = 0; y < image.height; ++y) rows[y] = image.Row(y);
+  std::vector<const uint8_t*> rows = Rows(image);
   AtomicFile out(path);
   std::string error_text;
   if (!EncodePng(out.stream(), image, rows.data(), &error_text)) {
     throw InputError("cannot write " + path + ": " + error_text);
   }
   out.Commit();
+}
+
+std::vector<uint8_t> PngBytes(const Image& image) {
+  std::vector<const uint8_t*> rows = Rows(image);
+  char* data = nullptr;
+  size_t size = 0;
+  FILE* stream = open_memstream(&data, &size);
+  if (stream == nullptr) throw std::runtime_error("cannot encode a PNG: " + Errno());
+  std::string error_text;
+  const bool encoded = EncodePng(stream, image, rows.data(), &error_text);
+  const bool closed = fclose(stream) == 0;
+  std::vector<uint8_t> bytes(data, data + (encoded && closed ? size : 0));
+  free(data);
+  if (!encoded || !closed) throw std::runtime_error("cannot encode a PNG: " + error_text);
+  return bytes;
 }
 
 void CheckOutputPath(const std::string& path) {

@@ -45,6 +45,8 @@ Image ReadGrayMap(const std::string& path, Size most = kLargestPicture);
 
 // PNG of a 1-, 3- or 4-channel image.
 void WritePng(const std::string& path, const Image& image);
+// The same bytes as WritePng writes, in memory.
+std::vector<uint8_t> PngBytes(const Image& image);
 
 std::vector<uint8_t> ReadBytes(const std::string& path);
 void WriteBytes(const std::string& path, const std::vector<uint8_t>& bytes);

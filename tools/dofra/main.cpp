@@ -23,11 +23,14 @@ struct Command {
   int (*run)(const std::vector<std::string>& args);
 };
 
-const Command kCommands[] = {
-    {&kDemoCommand, RunDemo},
-    {&kBlurCommand, RunBlur},
-    {&kBenchCommand, RunBench},
-    {&kQualityCommand, RunQuality}};
+const Command kCommands[] = {{&kDemoCommand, RunDemo},
+                             {&kBlurCommand, RunBlur},
+                             {&kBenchCommand, RunBench},
+                             {&kQualityCommand, RunQuality},
+#ifdef DOFRA_VIEW
+                             {&kViewCommand, RunView}
+#endif
+};
 
 std::string Usage() {
   std::string text = "usage:\n";
@@ -74,6 +77,10 @@ int Dispatch(const std::string& name, const std::vector<std::string>& args) {
     return command.run(args);
   }
   if (name.empty()) throw InputError("no command given");
+#ifndef DOFRA_VIEW
+  if (name == "view")
+    throw InputError("'dofra view' is not in this build: it needs cpp-httplib and nlohmann-json");
+#endif
   throw InputError("unknown command '" + name + "'");
 }
 

@@ -274,6 +274,7 @@ INSTANTIATE_TEST_SUITE_P(Sizes, BlurTest,
                          ::testing::Values(BlurCase{{kW, kH}, "in.png"},
                                            BlurCase{{203, 117}, "in.png"},
                                            BlurCase{{150, 98}, "in.jpg"},
+                                           BlurCase{{kW, 117}, "in.png"},
                                            BlurCase{{kW, kH}, "in.yuv"},
                                            BlurCase{{203, 117}, "in.png", true},
                                            BlurCase{{kW, kH}, "in.yuv", true}));
@@ -281,8 +282,10 @@ INSTANTIATE_TEST_SUITE_P(Sizes, BlurTest,
 struct BadInput {
   const char* name;
   std::vector<std::string> args;  // "@" stands for the test's directory
-  const char* message;
+  const char* message;            // the whole first line after "dofra: ", "@" as above
 };
+
+void PrintTo(const BadInput& input, std::ostream* out) { *out << input.name; }
 
 class BadInputTest : public ToolTest, public ::testing::WithParamInterface<BadInput> {
  protected:
@@ -304,20 +307,21 @@ class BadInputTest : public ToolTest, public ::testing::WithParamInterface<BadIn
     WritePng(Path("wide.png"), Disparity(kW + 1, kH));
     WritePng(Path("zero.png"), Image(kW, kH, 1));
   }
+  std::string Expand(std::string text) const {
+    for (size_t at; (at = text.find('@')) != std::string::npos;) text.replace(at, 1, dir_);
+    return text;
+  }
 };
 
 TEST_P(BadInputTest, ExitsTwoWithOneMessageAndNoFile) {
   WriteInputs();
   const std::set<std::string> before = Files();
   std::vector<std::string> args;
-  for (std::string arg : GetParam().args) {
-    if (arg.find('@') != std::string::npos) arg.replace(arg.find('@'), 1, dir_);
-    args.push_back(arg);
-  }
+  for (const std::string& arg : GetParam().args) args.push_back(Expand(arg));
   const ToolRun run = Tool(args);
   EXPECT_EQ(run.status, kExitBadInput);
-  EXPECT_NE(run.err.find(GetParam().message), std::string::npos) << run.err;
-  EXPECT_EQ(run.err.rfind("dofra: ", 0), 0u) << run.err;
+  EXPECT_EQ(run.err.substr(0, run.err.find('\n') + 1),
+            "dofra: " + Expand(GetParam().message) + "\n");
   EXPECT_EQ(Files(), before);  // nothing written, no temporary left behind
 }
 
@@ -329,66 +333,148 @@ std::vector<std::string> Blur(std::vector<std::string> extra, const std::string&
   return args;
 }
 
-std::vector<std::string> Raw(const std::string& size, int scale) {
-  return {"blur",       "--nv21",   "@/in.yuv",
-          "--size",     size,       "--disparity",
-          "@/disp.png", "--scale",  std::to_string(scale),
-          "-o",         "@/out.yuv"};
+// Both inputs missing: only a check that needs no file can answer.
+std::vector<std::string> NoFiles(std::vector<std::string> extra) {
+  return Blur(extra, "@/none.png", "@/none.png");
+}
+
+std::vector<std::string> Raw(const std::string& size, int scale,
+                             std::vector<std::string> extra = {}, bool files = true) {
+  const std::string in = files ? "@/in.yuv" : "@/none.yuv";
+  const std::string disparity = files ? "@/disp.png" : "@/none.png";
+  std::vector<std::string> args = {"blur",    "--nv21",   in,
+                                   "--size",  size,       "--disparity",
+                                   disparity, "--scale",  std::to_string(scale),
+                                   "-o",      "@/out.yuv"};
+  args.insert(args.end(), extra.begin(), extra.end());
+  return args;
 }
 
 INSTANTIATE_TEST_SUITE_P(
     Classes, BadInputTest,
     ::testing::Values(
-        BadInput{"MissingImage", Blur({}, "@/nope.png"), "cannot read"},
-        BadInput{"ImageIsADirectory", Blur({}, "@"), "not a regular file"},
-        BadInput{"NotAPicture", Blur({}, "@/text.png"), "neither a PNG nor a JPEG"},
-        BadInput{"SixteenBitDisparity", Blur({}, "@/in.png", "@/deep.png"), "not 16-bit"},
-        BadInput{"ColourDisparity", Blur({}, "@/in.png", "@/rgb.png"), "not colour"},
-        BadInput{"CutPng", Blur({}, "@/cut.png"), "truncated PNG"},
-        BadInput{"CutJpeg", Blur({}, "@/cut.jpg"), "damaged JPEG"},
-        BadInput{"HugeJpeg", Blur({}, "@/huge.jpg"), "beyond the limit of 100 megapixels"},
-        BadInput{"HugePng", Blur({}, "@/huge.png"), "beyond the limit of 100 megapixels"},
-        BadInput{"JpegClaimBeyondData", Blur({}, "@/claim.jpg"), "truncated or damaged"},
-        BadInput{"PngClaimBeyondData", Blur({}, "@/claim.png"), "truncated or damaged"},
+        BadInput{"MissingImage", Blur({}, "@/nope.png"),
+                 "cannot read @/nope.png: No such file or directory"},
+        BadInput{"ImageIsADirectory", Blur({}, "@"), "cannot read @: not a regular file"},
+        BadInput{"NotAPicture", Blur({}, "@/text.png"),
+                 "@/text.png is neither a PNG nor a JPEG picture"},
+        BadInput{"SixteenBitDisparity", Blur({}, "@/in.png", "@/deep.png"),
+                 "@/deep.png: a disparity map must be 8-bit grayscale, not 16-bit"},
+        BadInput{"ColourDisparity", Blur({}, "@/in.png", "@/rgb.png"),
+                 "@/rgb.png: a disparity map must be 8-bit grayscale, not colour"},
+        BadInput{"CutPng", Blur({}, "@/cut.png"), "@/cut.png: truncated PNG (no end chunk)"},
+        BadInput{"CutJpeg", Blur({}, "@/cut.jpg"),
+                 "@/cut.jpg: damaged JPEG (Premature end of JPEG file)"},
+        BadInput{"HugeJpeg", Blur({}, "@/huge.jpg"),
+                 "@/huge.jpg: a 16384x16384 picture is beyond the limit of 100 megapixels and "
+                 "16384 per side"},
+        BadInput{"HugePng", Blur({}, "@/huge.png"),
+                 "@/huge.png: a 16384x16384 picture is beyond the limit of 100 megapixels and "
+                 "16384 per side"},
+        BadInput{"JpegClaimBeyondData", Blur({}, "@/claim.jpg"),
+                 "@/claim.jpg: truncated or damaged (a 8000x8000 picture needs 125000 bytes or "
+                 "more, the file holds 335)"},
+        BadInput{"PngClaimBeyondData", Blur({}, "@/claim.png"),
+                 "@/claim.png: truncated or damaged (a 8000x8000 picture needs 62023 bytes or "
+                 "more, the file holds 67)"},
         BadInput{"DisparityWiderThanPicture", Blur({}, "@/in.png", "@/wide.png"),
-                 "201x120 map is larger than the 200x120 picture"},
-        BadInput{"DisparitySizeTooLarge", Blur({"--disparity-size", "16384x16384"}), "larger than"},
+                 "@/wide.png: a 201x120 map is larger than the 200x120 picture"},
+        BadInput{"DisparitySizeTooLarge", Blur({"--disparity-size", "16384x16384"}),
+                 "--disparity-size 16384x16384 is larger than the 200x120 picture"},
         BadInput{"AllUnknown", Blur({}, "@/in.png", "@/zero.png"),
-                 "every pixel holds the unknown value 0"},
-        BadInput{"UnknownAndKeep", Blur({"--unknown", "3", "--keep-unknown"}), "exclude"},
-        BadInput{"OutputIsImage",
-                 {"blur", "--image", "@/in.png", "--disparity", "@/disp.png", "-o", "@/./in.png"},
-                 "in.png is the same file as --image"},
+                 "@/zero.png: every pixel holds the unknown value 0"},
         BadInput{"OutputIsDisparity",
                  {"blur", "--nv21", "@/in.yuv", "--size", "200x120", "--disparity", "@/disp.png",
                   "-o", "@/out.yuv", "--weights", "@//disp.png"},
-                 "is the same file as --disparity"},
-        BadInput{"WeightsIsOutput", Blur({"--weights", "@/out.png"}), "same file as -o"},
-        BadInput{"RawSizeRefused", Raw("200x120", 8),
-                 "does not accept a 200x120 NV21 frame at scale 8; nearest accepted sizes: 198x120 "
-                 "(smaller), 208x120 (larger)"},
-        BadInput{"RawSizeMismatch", Raw("200x100", 4), "holds"},
-        BadInput{"FocusOutside", Blur({"--focus", "200,10"}), "lies outside the 200x120 image"},
-        BadInput{"LevelZero", Blur({"--level", "0"}), "blur level"},
-        BadInput{"ScaleThree", Blur({"--scale", "3"}), "2, 4, 6 or 8"},
-        BadInput{"ScaleZeroInDemo", {"demo", "--out", "@/demo", "--scale", "0"}, "2, 4, 6 or 8"},
-        BadInput{"MalformedSize", {"bench", "--size", "12"}, "WIDTHxHEIGHT"},
-        BadInput{"ZeroSize", {"demo", "--out", "@/demo", "--size", "0x240"}, "out of range"},
-        BadInput{"MalformedFocus", Blur({"--focus", "1;2"}), "X,Y"},
-        BadInput{"MalformedCalib", Blur({"--calib", "1,2,3"}), "A,B,M,N"},
-        BadInput{"ZeroCalibDen", Blur({"--calib", "1,0,3,4"}), "B must not be 0"},
-        BadInput{"UnknownOption", Blur({"--fast"}), "unknown option --fast"},
-        BadInput{"MissingValue", {"blur", "--image", "@/in.png", "-o"}, "needs a value"},
+                 "--weights @//disp.png is the same file as --disparity @/disp.png"},
+        BadInput{"WeightsIsOutput", Blur({"--weights", "@/out.png"}),
+                 "--weights @/out.png is the same file as -o @/out.png"},
+        BadInput{"RawSizeMismatch", Raw("200x100", 4),
+                 "@/in.yuv holds 36000 bytes, but a 200x100 NV21 frame has 30000"},
+        BadInput{"FocusOutside", Blur({"--focus", "200,10"}),
+                 "focus point 200,10 lies outside the 200x120 image"},
+        // Checks that need no picture answer before any file is opened.
+        BadInput{"LevelZero", NoFiles({"--level", "0"}),
+                 "--level must be a blur level from 1 (strongest) to 20 (none), not '0'"},
+        BadInput{"LevelTwentyOne", NoFiles({"--level", "21"}),
+                 "--level must be a blur level from 1 (strongest) to 20 (none), not '21'"},
+        BadInput{"ScaleThree", NoFiles({"--scale", "3"}),
+                 "--scale must be a scale factor of 2, 4, 6 or 8, not '3'"},
+        BadInput{"MalformedFocus", NoFiles({"--focus", "1;2"}),
+                 "--focus must look like X,Y (e.g. 960,540), not '1;2'"},
+        BadInput{"FocusNegative", NoFiles({"--focus", "-1,5"}),
+                 "focus point -1,5 lies outside any picture (0..16383 a side)"},
+        BadInput{"FocusBeyondAnyPicture", NoFiles({"--focus", "5,16384"}),
+                 "focus point 5,16384 lies outside any picture (0..16383 a side)"},
+        BadInput{"MalformedDisparitySize", NoFiles({"--disparity-size", "12"}),
+                 "--disparity-size must look like WIDTHxHEIGHT (e.g. 1920x1080), not '12'"},
+        BadInput{"MalformedCalib", NoFiles({"--calib", "1,2,3"}),
+                 "--calib must look like A,B,M,N (four whole numbers), not '1,2,3'"},
+        BadInput{"ZeroCalibDen", NoFiles({"--calib", "1,0,3,4"}), "--calib B must not be 0"},
+        BadInput{"UnknownOutOfRange", NoFiles({"--unknown", "256"}),
+                 "--unknown must lie in 0..255, not 256"},
+        BadInput{"UnknownAndKeep", NoFiles({"--unknown", "3", "--keep-unknown"}),
+                 "--unknown and --keep-unknown exclude each other"},
+        BadInput{
+            "OutputIsImage",
+            {"blur", "--image", "@/none.png", "--disparity", "@/none2.png", "-o", "@/./none.png"},
+            "-o @/./none.png is the same file as --image @/none.png"},
+        BadInput{"OutputNotPng",
+                 {"blur", "--image", "@/none.png", "--disparity", "@/none.png", "-o", "@/out.yuv"},
+                 "-o must name a .png file for a picture, not '@/out.yuv'"},
+        BadInput{"WeightsNotPng", NoFiles({"--weights", "@/w.jpg"}),
+                 "--weights must name a .png file, not '@/w.jpg'"},
+        BadInput{"RawFocusOutside", Raw("200x120", 4, {"--focus", "200,10"}, false),
+                 "focus point 200,10 lies outside the 200x120 image"},
+        BadInput{"RawDisparitySizeTooLarge",
+                 Raw("200x120", 4, {"--disparity-size", "201x120"}, false),
+                 "--disparity-size 201x120 is larger than the 200x120 picture"},
+        BadInput{"RawSizeRefused", Raw("200x120", 8, {}, false),
+                 "the library does not accept a 200x120 NV21 frame at scale 8; nearest accepted "
+                 "sizes: 198x120 (smaller), 208x120 (larger)"},
+        BadInput{"RawSizeMalformed", Raw("200x", 4, {}, false),
+                 "--size must look like WIDTHxHEIGHT (e.g. 1920x1080), not '200x'"},
+        BadInput{"ScaleZeroInDemo",
+                 {"demo", "--out", "@/demo", "--scale", "0"},
+                 "--scale must be a scale factor of 2, 4, 6 or 8, not '0'"},
+        BadInput{"LevelInDemo",
+                 {"demo", "--out", "@/demo", "--level", "x"},
+                 "--level must be a blur level from 1 (strongest) to 20 (none), not 'x'"},
+        BadInput{"MalformedSize",
+                 {"bench", "--size", "12"},
+                 "--size must look like WIDTHxHEIGHT (e.g. 1920x1080), not '12'"},
+        BadInput{"OddBenchSize",
+                 {"bench", "--size", "65x48"},
+                 "--size must have an even width and height for NV21 frames"},
+        BadInput{"BenchCache",
+                 {"bench", "--cache", "warm"},
+                 "--cache must be hot, cold or both, not 'warm'"},
+        BadInput{
+            "BenchFrames", {"bench", "--frames", "0"}, "--frames must lie in 1..100000, not 0"},
+        BadInput{"ZeroSize",
+                 {"demo", "--out", "@/demo", "--size", "0x240"},
+                 "--size 0x240 is out of range (1..16384 per side)"},
+        BadInput{"UnknownOption", NoFiles({"--fast"}), "unknown option --fast for 'dofra blur'"},
+        BadInput{"MissingValue", {"blur", "--image", "@/in.png", "-o"}, "option -o needs a value"},
+        BadInput{"RepeatedOption", NoFiles({"--level", "2", "--level", "3"}),
+                 "option --level is given twice"},
+        BadInput{"ImageAndNv21",
+                 {"blur", "--image", "@/none.png", "--nv21", "@/none.yuv"},
+                 "'dofra blur' needs exactly one of --image and --nv21"},
+        BadInput{"SizeWithoutNv21", NoFiles({"--size", "200x120"}),
+                 "--size is for --nv21 frames only"},
         BadInput{"MissingOutput",
-                 {"blur", "--image", "@/in.png", "--disparity", "@/disp.png"},
-                 "needs --output"},
+                 {"blur", "--image", "@/none.png", "--disparity", "@/none.png"},
+                 "'dofra blur' needs --output"},
         BadInput{"OutputDirMissing",
-                 {"blur", "--image", "@/in.png", "--disparity", "@/disp.png", "-o", "@/no/out.png",
-                  "--weights", "@/w.png"},
-                 "no directory"},
-        BadInput{"RangeSigmaZero", {"quality", "--range-sigma", "0"}, "must lie in 1..64"},
-        BadInput{"UnknownCommand", {"sharpen"}, "unknown command"},
-        BadInput{"NoCommand", {}, "no command"}),
+                 {"blur", "--image", "@/none.png", "--disparity", "@/none.png", "-o",
+                  "@/no/out.png", "--weights", "@/w.png"},
+                 "cannot write @/no/out.png: no directory @/no/"},
+        BadInput{"RangeSigmaZero",
+                 {"quality", "--range-sigma", "0"},
+                 "--range-sigma must lie in 1..64, not 0"},
+        BadInput{"UnknownCommand", {"sharpen"}, "unknown command 'sharpen'"},
+        BadInput{"NoCommand", {}, "no command given"}),
     [](const ::testing::TestParamInfo<BadInput>& info) { return info.param.name; });
 
 }  // namespace

@@ -5,7 +5,9 @@
 
 #include <cstring>
 
-#include "blur/dispatch.h"
+#include "kernels/simd_level.h"
+
+using namespace dofra;  // the library's internal names
 
 int main(int argc, char** argv) {
   ::testing::InitGoogleTest(&argc, argv);

@@ -1,0 +1,54 @@
+#include "settings.h"
+
+namespace dofra_tool {
+
+namespace {
+
+constexpr int kMaxDisparityValue = 255;
+
+}  // namespace
+
+std::vector<OptionSpec> SettingOptions() {
+  return {
+      {"--focus", "X,Y", nullptr, "point in focus, in picture pixels (default: the centre)"},
+      {"--scale", "S", "4", "blur factor: 2, 4, 6 or 8"},
+      {"--level", "L", "1", "blur level: 1 (strongest) .. 20 (none)"},
+      // Depth = 2400 / (disparity + 6): suits 8-bit maps where 255 is nearest.
+      {"--calib", "A,B,M,N", "1572864000,65536,1280,320", "disparity-to-depth calibration"},
+      {"--disparity-size", "WxH", nullptr,
+       "map size given to the library, at most the picture's (default: W/8 x H/8)"},
+      {"--unknown", "V", "0", "disparity value that marks unknown pixels, filled from around"},
+      {"--keep-unknown", nullptr, nullptr, "pass unknown pixels on as they are"},
+      {"--refine", nullptr, "off", "refine the weight map with the picture (DofraRefineWeightMap)"},
+  };
+}
+
+BlurSettings ParseBlurSettings(const Options& options) {
+  BlurSettings s;
+  s.scale = options.GetScale("--scale");
+  s.level = options.GetLevel("--level");
+  s.calib = ParseCalibration(options.Get("--calib"));
+  s.has_focus = options.Has("--focus");
+  if (s.has_focus) s.focus = ParsePoint("--focus", options.Get("--focus"));
+  s.fill_unknown = !options.Has("--keep-unknown");
+  if (!s.fill_unknown && options.Has("--unknown")) {
+    throw InputError("--unknown and --keep-unknown exclude each other");
+  }
+  s.unknown = static_cast<uint8_t>(options.GetInt("--unknown", 0, kMaxDisparityValue));
+  s.has_map_size = options.Has("--disparity-size");
+  if (s.has_map_size) s.map_size = options.GetSize("--disparity-size");
+  s.refine = options.Has("--refine");
+  return s;
+}
+
+Point FocusFor(const BlurSettings& settings, Size picture) {
+  const Point focus =
+      settings.has_focus ? settings.focus : Point{picture.width / 2, picture.height / 2};
+  if (focus.x < 0 || focus.y < 0 || focus.x >= picture.width || focus.y >= picture.height) {
+    throw InputError("focus point " + std::to_string(focus.x) + "," + std::to_string(focus.y) +
+                     " lies outside the " + SizeText(picture) + " image");
+  }
+  return focus;
+}
+
+}  // namespace dofra_tool

@@ -1,0 +1,39 @@
+// The settings of one blur of a picture, shared by `dofra blur` and
+// `dofra view`: the options that carry them, their parsing and range checks.
+#ifndef DOFRA_TOOLS_SETTINGS_H
+#define DOFRA_TOOLS_SETTINGS_H
+
+#include <cstdint>
+#include <vector>
+
+#include "cli.h"
+
+namespace dofra_tool {
+
+// --focus, --scale, --level, --calib, --disparity-size, --unknown,
+// --keep-unknown and --refine, with their help and defaults.
+std::vector<OptionSpec> SettingOptions();
+
+struct BlurSettings {
+  int scale = 0;
+  int level = 0;
+  Calibration calib;
+  bool has_focus = false;
+  Point focus;
+  bool fill_unknown = true;
+  uint8_t unknown = 0;
+  bool has_map_size = false;
+  Size map_size;        // --disparity-size
+  bool refine = false;  // DofraRefineWeightMap instead of weight_async_process
+};
+
+// Throws InputError naming the first option that is malformed or out of range.
+BlurSettings ParseBlurSettings(const Options& options);
+
+// The point in focus: the one given, else the picture's centre; refused
+// outside the picture.
+Point FocusFor(const BlurSettings& settings, Size picture);
+
+}  // namespace dofra_tool
+
+#endif  // DOFRA_TOOLS_SETTINGS_H
