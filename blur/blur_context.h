@@ -10,6 +10,7 @@ struct DofraHandle;
 struct DofraParams;
 namespace dofra {
 struct RefineState;
+struct NoBleedState;
 }
 
 // Allocated once per handle by blur_init; nothing is cleared between frames.
@@ -30,6 +31,7 @@ struct BlurContext {
   // Opt-in modes' scratch, allocated by their first call, not counted in
   // buffer_total.
   dofra::RefineState* refine;  // DofraRefineWeightMap
+  dofra::NoBleedState* no_bleed;  // DofraSetNoBleed
 };
 
 // Allocates the context and its buffers into handle->blur and adds their
