@@ -134,10 +134,10 @@ DOFRA_EXPORT int DofraRefineWeightMap(WeightParams* request, DofraHandle* handle
 struct DofraNoBleed {
   int32_t enable;    // 1 on, 0 off (then the other fields are not read)
   int32_t level;     // 1..20: the level the installed maps are made with
-  int32_t pullback;  // 0..8 frame pixels, default 3
+  int32_t pullback;  // 0..8 frame pixels, default 2
 };
 
-#define DOFRA_NO_BLEED_PULLBACK_DEFAULT 3
+#define DOFRA_NO_BLEED_PULLBACK_DEFAULT 2
 #define DOFRA_NO_BLEED_PULLBACK_MAX 8
 
 static_assert(sizeof(DofraNoBleed) == 12, "DofraNoBleed layout");

@@ -219,7 +219,7 @@ TEST(NoBleed, DigestsAtEachFactor) {
   const std::vector<uint16_t> map = DiscMap(960, 540, 1024, 2026);
   for (int i = 0; i < 4; ++i) {
     Handle handle(960, 540, 2 + 2 * i, map);
-    ASSERT_EQ(handle.Set(1, 1, DOFRA_NO_BLEED_PULLBACK_DEFAULT), 0);
+    ASSERT_EQ(handle.Set(1, 1, 3), 0);
     EXPECT_EQ(Digest(handle.Blur(frame)), expected[i])
         << "x" << 2 + 2 * i << " at " << SimdLevelName(ActiveSimdLevel());
   }
