@@ -91,6 +91,7 @@ NoBleedState* NewNoBleedState(int W, int H, int s) {
     t.block = plane == 0 ? s : 2 * s;
     t.lead = plane == 0 ? 1 : 2;
     t.map_height = plane == 0 ? H : 2 * (H / 2);
+    t.row_step = plane == 0 ? 1 : 2;
   }
   return state;
 }
@@ -118,11 +119,14 @@ void NoBleedMaskRows(const BandTask& t, int first, int last) {
   const int W = t.width, p = nb.pullback, count = t.small_width / nb.lead;
   uint16_t* row = nb.scratch + kNoBleedMaxPullback;
   for (int i = first; i <= last; ++i) {
-    const int top = i * nb.block - p < 0 ? 0 : i * nb.block - p;
-    const int bottom = i * nb.block + nb.block - 1 + p;
-    const int rows = (bottom < nb.map_height ? bottom : nb.map_height - 1) - top + 1;
-    k.map_min_rows(t.weight_map + static_cast<size_t>(top) * W, static_cast<size_t>(W), rows, row,
-                   W);
+    int top = i * nb.block - p < 0 ? 0 : i * nb.block - p;
+    int bottom = i * nb.block + nb.block - 1 + p;
+    if (bottom > nb.map_height - 1) bottom = nb.map_height - 1;
+    top = (top + nb.row_step - 1) / nb.row_step * nb.row_step;  // the plane's rows only
+    bottom = bottom / nb.row_step * nb.row_step;
+    const size_t stride = static_cast<size_t>(W) * nb.row_step;
+    k.map_min_rows(t.weight_map + static_cast<size_t>(top) * W, stride,
+                   (bottom - top) / nb.row_step + 1, row, W);
     const int ones = k.mask_row[nb.lead - 1](row, W, nb.block, p, nb.full,
                                              nb.mask + static_cast<size_t>(i) * t.small_width,
                                              count);

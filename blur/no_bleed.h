@@ -28,6 +28,7 @@ struct NoBleedTask {
   int block;             // frame pixels per sample side: s (luma) or 2s (chroma)
   int lead;              // bytes between same-channel samples: 1 or 2
   int map_height;        // weight-map rows the plane may read
+  int row_step;          // of those, the rows its composite reads: all (luma) or even (chroma)
   int pullback;
   uint16_t full;  // the level's full weight
 };

@@ -19,8 +19,10 @@ namespace {
 // The steps each unit defines; each works in whole vectors from its first
 // entry and returns the first entry left to the formula.
 //
-// out[x] = min over the rows, [0, n).
-int MinRowsSteps(const uint16_t* rows, size_t stride, int count, uint16_t* out, int n);
+// out[x] = min over the rows, [x0, x1) in whole vectors: the first row
+// copied, then each further row folded in (out stays in the first level of
+// cache while each row streams through it).
+int MinRowsSteps(const uint16_t* rows, size_t stride, int count, uint16_t* out, int x0, int x1);
 // a[x] = min(a[x], a[x + d]) for x in [0, n), in place from left to right:
 // a vector reads a[x + d ..] before anything at or right of x is written.
 int MinShiftSteps(uint16_t* a, int n, int d);
@@ -34,10 +36,19 @@ int MaskedBoxSteps(const uint16_t* v_sums, const uint16_t* m_sums, uint8_t* dst,
 
 const RowKernels& Formulas() { return ScalarRowKernels(); }
 
-// Remainder: the formula over the last entries, no overlap.
+// Chunks of columns small enough for out to stay in cache; remainder: the
+// formula over the last entries, no overlap.
+constexpr int kMinRowsChunk = 512;
 void MapMinRows(const uint16_t* rows, size_t stride, int count, uint16_t* out, int n) {
-  const int x = MinRowsSteps(rows, stride, count, out, n);
-  Formulas().map_min_rows(rows + x, stride, count, out + x, n - x);
+  int x = 0;
+  for (int end; x < n; x = end) {
+    end = n - x > kMinRowsChunk ? x + kMinRowsChunk : n;
+    const int done = MinRowsSteps(rows, stride, count, out, x, end);
+    if (done < end) {
+      Formulas().map_min_rows(rows + done, stride, count, out + done, n - done);
+      return;
+    }
+  }
 }
 
 // In place and not idempotent: the formula continues where the vectors end.

@@ -80,10 +80,12 @@ std::vector<uint8_t> Reference(int s, const std::vector<uint8_t>& src, int W, in
         const int j = x / lead;
         bool all = true;
         for (int y = std::max(i * block - pullback, 0);
-             y <= std::min(i * block + block - 1 + pullback, map_h - 1); ++y)
+             y <= std::min(i * block + block - 1 + pullback, map_h - 1); ++y) {
+          if (plane == 1 && y % 2 == 1) continue;  // chroma reads the even rows only
           for (int c = std::max(j * block - pullback, 0);
                c <= std::min(j * block + block - 1 + pullback, W - 1); ++c)
             all = all && map[size_t(y) * W + c] >= full;
+        }
         mask[size_t(i) * sw + x] = all;
       }
     std::vector<uint8_t> masked = smooth;
@@ -213,8 +215,8 @@ uint64_t Digest(const std::vector<uint8_t>& bytes) {
 // The opt-in frame at each factor: the same bytes at every kernel level (this
 // suite also runs with the scalar level forced).
 TEST(NoBleed, DigestsAtEachFactor) {
-  const uint64_t expected[] = {4857237710933317950ull, 9624731412652499027ull,
-                               3588104955680369502ull, 10107389267965881412ull};
+  const uint64_t expected[] = {15194386106509952703ull, 11064303696794638518ull,
+                               9132604243697167013ull, 3433402359760903210ull};
   const std::vector<uint8_t> frame = Frame(960, 540, 2026);
   const std::vector<uint16_t> map = DiscMap(960, 540, 1024, 2026);
   for (int i = 0; i < 4; ++i) {

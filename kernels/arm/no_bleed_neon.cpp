@@ -12,14 +12,14 @@ namespace dofra {
 namespace {
 
 // Unsigned word minimum: exact, like std::min.
-int MinRowsSteps(const uint16_t* rows, size_t stride, int count, uint16_t* out, int n) {
-  int x = 0;
-  for (; x + 8 <= n; x += 8) {
-    uint16x8_t m = vld1q_u16(rows + x);
-    for (int k = 1; k < count; ++k) m = vminq_u16(m, vld1q_u16(rows + k * stride + x));
-    vst1q_u16(out + x, m);
+int MinRowsSteps(const uint16_t* rows, size_t stride, int count, uint16_t* out, int x0, int x1) {
+  const int end = x0 + (x1 - x0) / 8 * 8;
+  for (int x = x0; x < end; x += 8) vst1q_u16(out + x, vld1q_u16(rows + x));
+  for (int k = 1; k < count; ++k) {
+    const uint16_t* row = rows + k * stride;
+    for (int x = x0; x < end; x += 8) vst1q_u16(out + x, vminq_u16(vld1q_u16(out + x), vld1q_u16(row + x)));
   }
-  return x;
+  return end;
 }
 
 int MinShiftSteps(uint16_t* a, int n, int d) {

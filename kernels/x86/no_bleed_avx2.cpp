@@ -18,14 +18,14 @@ namespace {
 inline __m256i Load(const void* p) { return _mm256_loadu_si256(static_cast<const __m256i*>(p)); }
 inline void Store(void* p, __m256i v) { _mm256_storeu_si256(static_cast<__m256i*>(p), v); }
 
-int MinRowsSteps(const uint16_t* rows, size_t stride, int count, uint16_t* out, int n) {
-  int x = 0;
-  for (; x + 16 <= n; x += 16) {
-    __m256i m = Load(rows + x);
-    for (int k = 1; k < count; ++k) m = _mm256_min_epu16(m, Load(rows + k * stride + x));
-    Store(out + x, m);
+int MinRowsSteps(const uint16_t* rows, size_t stride, int count, uint16_t* out, int x0, int x1) {
+  const int end = x0 + (x1 - x0) / 16 * 16;
+  for (int x = x0; x < end; x += 16) Store(out + x, Load(rows + x));
+  for (int k = 1; k < count; ++k) {
+    const uint16_t* row = rows + k * stride;
+    for (int x = x0; x < end; x += 16) Store(out + x, _mm256_min_epu16(Load(out + x), Load(row + x)));
   }
-  return x;
+  return end;
 }
 
 int MinShiftSteps(uint16_t* a, int n, int d) {

@@ -15,14 +15,14 @@ inline __m128i Load(const void* p) { return _mm_loadu_si128(static_cast<const __
 inline void Store(void* p, __m128i v) { _mm_storeu_si128(static_cast<__m128i*>(p), v); }
 
 // Unsigned word minimum: exact, like std::min.
-int MinRowsSteps(const uint16_t* rows, size_t stride, int count, uint16_t* out, int n) {
-  int x = 0;
-  for (; x + 8 <= n; x += 8) {
-    __m128i m = Load(rows + x);
-    for (int k = 1; k < count; ++k) m = _mm_min_epu16(m, Load(rows + k * stride + x));
-    Store(out + x, m);
+int MinRowsSteps(const uint16_t* rows, size_t stride, int count, uint16_t* out, int x0, int x1) {
+  const int end = x0 + (x1 - x0) / 8 * 8;
+  for (int x = x0; x < end; x += 8) Store(out + x, Load(rows + x));
+  for (int k = 1; k < count; ++k) {
+    const uint16_t* row = rows + k * stride;
+    for (int x = x0; x < end; x += 8) Store(out + x, _mm_min_epu16(Load(out + x), Load(row + x)));
   }
-  return x;
+  return end;
 }
 
 int MinShiftSteps(uint16_t* a, int n, int d) {
