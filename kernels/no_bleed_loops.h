@@ -8,6 +8,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 
 #include "kernels/no_bleed_rows.h"
 #include "kernels/row_kernels.h"
@@ -19,13 +20,15 @@ namespace {
 // The steps each unit defines; each works in whole vectors from its first
 // entry and returns the first entry left to the formula.
 //
-// out[x] = min over the rows, [x0, x1) in whole vectors: the first row
-// copied, then each further row folded in (out stays in the first level of
-// cache while each row streams through it).
-int MinRowsSteps(const uint16_t* rows, size_t stride, int count, uint16_t* out, int x0, int x1);
+// out[x] = min over the rows, [0, n) in whole vectors: a cache line of
+// each row at a time, the minima held in registers.
+int MinRowsSteps(const uint16_t* rows, size_t stride, int count, uint16_t* out, int n);
 // a[x] = min(a[x], a[x + d]) for x in [0, n), in place from left to right:
 // a vector reads a[x + d ..] before anything at or right of x is written.
 int MinShiftSteps(uint16_t* a, int n, int d);
+// How many of row[0, n) are at least `full`, in whole vectors: the count
+// and the first entry left to the formula.
+int CountFullSteps(const uint16_t* row, int n, uint16_t full, int* fulls);
 // The masked column sums, [begin, n).
 template <bool kSub>
 int MaskedSlideSteps(const uint8_t* v, const uint8_t* m, const uint8_t* v_sub, const uint8_t* m_sub,
@@ -36,19 +39,10 @@ int MaskedBoxSteps(const uint16_t* v_sums, const uint16_t* m_sums, uint8_t* dst,
 
 const RowKernels& Formulas() { return ScalarRowKernels(); }
 
-// Chunks of columns small enough for out to stay in cache; remainder: the
-// formula over the last entries, no overlap.
-constexpr int kMinRowsChunk = 512;
+// Remainder: the formula over the last entries, no overlap.
 void MapMinRows(const uint16_t* rows, size_t stride, int count, uint16_t* out, int n) {
-  int x = 0;
-  for (int end; x < n; x = end) {
-    end = n - x > kMinRowsChunk ? x + kMinRowsChunk : n;
-    const int done = MinRowsSteps(rows, stride, count, out, x, end);
-    if (done < end) {
-      Formulas().map_min_rows(rows + done, stride, count, out + done, n - done);
-      return;
-    }
-  }
+  const int x = MinRowsSteps(rows, stride, count, out, n);
+  Formulas().map_min_rows(rows + x, stride, count, out + x, n - x);
 }
 
 // In place and not idempotent: the formula continues where the vectors end.
@@ -61,8 +55,17 @@ void MinShift(uint16_t* a, int n, int d) {
 // steps leave in a[x] the minimum of 2^k entries from x (2^k <= L < 2^(k+1)),
 // and two of those cover the window. The last window ends at count * block
 // + 2 * pullback <= W + 2 * pullback, inside the padded row.
+// A row whose entries are all at full weight counts every sample, one with
+// none at full weight counts none: both are common (the background far
+// behind, the ground in front) and need no windows.
 template <int kLead>
 int MaskRow(uint16_t* row, int W, int block, int pullback, uint16_t full, uint8_t* out, int count) {
+  int fulls = 0;
+  for (int x = CountFullSteps(row, W, full, &fulls); x < W; ++x) fulls += row[x] >= full;
+  if (fulls == 0 || fulls == W) {
+    std::memset(out, fulls == W, static_cast<size_t>(kLead) * count);
+    return fulls == W ? count : 0;
+  }
   uint16_t* a = row - pullback;
   for (int i = 0; i < pullback; ++i) {
     a[i] = row[0];
@@ -73,10 +76,11 @@ int MaskRow(uint16_t* row, int W, int block, int pullback, uint16_t full, uint8_
   for (; 2 * span <= window; span *= 2) MinShift(a, n - span, span);
   const int tail = window - span;
   int ones = 0;
-  for (int j = 0; j < count; ++j) {
-    const uint16_t* w = a + j * block;
+  const uint16_t* w = a;
+  for (int j = 0; j < count; ++j, w += block) {
     const uint8_t m = (w[0] < w[tail] ? w[0] : w[tail]) >= full;
-    for (int b = 0; b < kLead; ++b) out[kLead * j + b] = m;
+    out[kLead * j] = m;
+    if (kLead == 2) out[kLead * j + 1] = m;
     ones += m;
   }
   return ones;

@@ -12,19 +12,36 @@ namespace dofra {
 namespace {
 
 // Unsigned word minimum: exact, like std::min.
-int MinRowsSteps(const uint16_t* rows, size_t stride, int count, uint16_t* out, int x0, int x1) {
-  const int end = x0 + (x1 - x0) / 8 * 8;
-  for (int x = x0; x < end; x += 8) vst1q_u16(out + x, vld1q_u16(rows + x));
-  for (int k = 1; k < count; ++k) {
-    const uint16_t* row = rows + k * stride;
-    for (int x = x0; x < end; x += 8) vst1q_u16(out + x, vminq_u16(vld1q_u16(out + x), vld1q_u16(row + x)));
+int MinRowsSteps(const uint16_t* rows, size_t stride, int count, uint16_t* out, int n) {
+  int x = 0;
+  for (; x + 32 <= n; x += 32) {  // a cache line of every row per step
+    uint16x8_t m[4];
+    for (int v = 0; v < 4; ++v) m[v] = vld1q_u16(rows + x + 8 * v);
+    for (int k = 1; k < count; ++k) {
+      const uint16_t* row = rows + k * stride + x;
+      for (int v = 0; v < 4; ++v) m[v] = vminq_u16(m[v], vld1q_u16(row + 8 * v));
+    }
+    for (int v = 0; v < 4; ++v) vst1q_u16(out + x + 8 * v, m[v]);
   }
-  return end;
+  for (; x + 8 <= n; x += 8) {
+    uint16x8_t m = vld1q_u16(rows + x);
+    for (int k = 1; k < count; ++k) m = vminq_u16(m, vld1q_u16(rows + k * stride + x));
+    vst1q_u16(out + x, m);
+  }
+  return x;
 }
 
 int MinShiftSteps(uint16_t* a, int n, int d) {
   int x = 0;
   for (; x + 8 <= n; x += 8) vst1q_u16(a + x, vminq_u16(vld1q_u16(a + x), vld1q_u16(a + x + d)));
+  return x;
+}
+
+// Lanes at or above full, one per lane.
+int CountFullSteps(const uint16_t* row, int n, uint16_t full, int* fulls) {
+  const uint16x8_t f = vdupq_n_u16(full);
+  int x = 0;
+  for (; x + 8 <= n; x += 8) *fulls += vaddvq_u16(vshrq_n_u16(vcgeq_u16(vld1q_u16(row + x), f), 15));
   return x;
 }
 

@@ -18,19 +18,47 @@ namespace {
 inline __m256i Load(const void* p) { return _mm256_loadu_si256(static_cast<const __m256i*>(p)); }
 inline void Store(void* p, __m256i v) { _mm256_storeu_si256(static_cast<__m256i*>(p), v); }
 
-int MinRowsSteps(const uint16_t* rows, size_t stride, int count, uint16_t* out, int x0, int x1) {
-  const int end = x0 + (x1 - x0) / 16 * 16;
-  for (int x = x0; x < end; x += 16) Store(out + x, Load(rows + x));
-  for (int k = 1; k < count; ++k) {
-    const uint16_t* row = rows + k * stride;
-    for (int x = x0; x < end; x += 16) Store(out + x, _mm256_min_epu16(Load(out + x), Load(row + x)));
+// A cache line (32 words) of every row per step, then 16 words.
+int MinRowsSteps(const uint16_t* rows, size_t stride, int count, uint16_t* out, int n) {
+  int x = 0;
+  for (; x + 32 <= n; x += 32) {
+    __m256i a = Load(rows + x), b = Load(rows + x + 16);
+    for (int k = 1; k < count; ++k) {
+      const uint16_t* row = rows + k * stride + x;
+      a = _mm256_min_epu16(a, Load(row));
+      b = _mm256_min_epu16(b, Load(row + 16));
+    }
+    Store(out + x, a);
+    Store(out + x + 16, b);
   }
-  return end;
+  for (; x + 16 <= n; x += 16) {
+    __m256i a = Load(rows + x);
+    for (int k = 1; k < count; ++k) a = _mm256_min_epu16(a, Load(rows + k * stride + x));
+    Store(out + x, a);
+  }
+  return x;
 }
 
 int MinShiftSteps(uint16_t* a, int n, int d) {
   int x = 0;
   for (; x + 16 <= n; x += 16) Store(a + x, _mm256_min_epu16(Load(a + x), Load(a + x + d)));
+  return x;
+}
+
+// Lanes at or above full (max(x, full) == x) count in word lanes, each at
+// most n / 16 <= 2^15; summed at the end.
+int CountFullSteps(const uint16_t* row, int n, uint16_t full, int* fulls) {
+  const __m256i f = _mm256_set1_epi16(static_cast<int16_t>(full));
+  __m256i lanes = _mm256_setzero_si256();
+  int x = 0;
+  for (; x + 16 <= n; x += 16) {
+    const __m256i v = Load(row + x);
+    lanes = _mm256_sub_epi16(lanes, _mm256_cmpeq_epi16(_mm256_max_epu16(v, f), v));
+  }
+  const __m256i pairs = _mm256_madd_epi16(lanes, _mm256_set1_epi16(1));
+  __m128i s = _mm_add_epi32(_mm256_castsi256_si128(pairs), _mm256_extracti128_si256(pairs, 1));
+  s = _mm_add_epi32(s, _mm_srli_si128(s, 8));
+  *fulls += _mm_cvtsi128_si32(_mm_add_epi32(s, _mm_srli_si128(s, 4)));
   return x;
 }
 

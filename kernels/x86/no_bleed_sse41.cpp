@@ -15,19 +15,44 @@ inline __m128i Load(const void* p) { return _mm_loadu_si128(static_cast<const __
 inline void Store(void* p, __m128i v) { _mm_storeu_si128(static_cast<__m128i*>(p), v); }
 
 // Unsigned word minimum: exact, like std::min.
-int MinRowsSteps(const uint16_t* rows, size_t stride, int count, uint16_t* out, int x0, int x1) {
-  const int end = x0 + (x1 - x0) / 8 * 8;
-  for (int x = x0; x < end; x += 8) Store(out + x, Load(rows + x));
-  for (int k = 1; k < count; ++k) {
-    const uint16_t* row = rows + k * stride;
-    for (int x = x0; x < end; x += 8) Store(out + x, _mm_min_epu16(Load(out + x), Load(row + x)));
+int MinRowsSteps(const uint16_t* rows, size_t stride, int count, uint16_t* out, int n) {
+  int x = 0;
+  for (; x + 32 <= n; x += 32) {  // a cache line of every row per step
+    __m128i m[4];
+    for (int v = 0; v < 4; ++v) m[v] = Load(rows + x + 8 * v);
+    for (int k = 1; k < count; ++k) {
+      const uint16_t* row = rows + k * stride + x;
+      for (int v = 0; v < 4; ++v) m[v] = _mm_min_epu16(m[v], Load(row + 8 * v));
+    }
+    for (int v = 0; v < 4; ++v) Store(out + x + 8 * v, m[v]);
   }
-  return end;
+  for (; x + 8 <= n; x += 8) {
+    __m128i m = Load(rows + x);
+    for (int k = 1; k < count; ++k) m = _mm_min_epu16(m, Load(rows + k * stride + x));
+    Store(out + x, m);
+  }
+  return x;
 }
 
 int MinShiftSteps(uint16_t* a, int n, int d) {
   int x = 0;
   for (; x + 8 <= n; x += 8) Store(a + x, _mm_min_epu16(Load(a + x), Load(a + x + d)));
+  return x;
+}
+
+// Lanes at or above full (max(x, full) == x) count in word lanes, each at
+// most n / 8 <= 2^15; summed at the end.
+int CountFullSteps(const uint16_t* row, int n, uint16_t full, int* fulls) {
+  const __m128i f = _mm_set1_epi16(static_cast<int16_t>(full));
+  __m128i lanes = _mm_setzero_si128();
+  int x = 0;
+  for (; x + 8 <= n; x += 8) {
+    const __m128i v = Load(row + x);
+    lanes = _mm_sub_epi16(lanes, _mm_cmpeq_epi16(_mm_max_epu16(v, f), v));
+  }
+  const __m128i pairs = _mm_madd_epi16(lanes, _mm_set1_epi16(1));
+  const __m128i quads = _mm_add_epi32(pairs, _mm_srli_si128(pairs, 8));
+  *fulls += _mm_cvtsi128_si32(_mm_add_epi32(quads, _mm_srli_si128(quads, 4)));
   return x;
 }
 
