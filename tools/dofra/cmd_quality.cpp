@@ -32,8 +32,12 @@ const CommandSpec kQualityCommand = {
         {"--chroma-weight", "C", "2", "refined map: chroma distance counted in quarters (0..8)"},
         {"--flat-spread", "F", "2", "refined map: samples this close stay bilinear (0..255)"},
         {"--glow-only", nullptr, nullptr, "only the glow table (the edge tables take longer)"},
+        {"--glow-picture", "FILE", nullptr,
+         "also write a .png of the disc's edge: default, --no-bleed, --refine --no-bleed"},
         {"--verbose", nullptr, nullptr, "show the library's log lines"},
     }};
+
+constexpr int kGlowCrop = 160;  // pixels a side of each crop of --glow-picture
 
 DofraRefineTuning ParseTuning(const Options& options) {
   DofraRefineTuning t;
@@ -59,6 +63,12 @@ int RunQuality(const std::vector<std::string>& args) {
   glow.level = settings.level;
   glow.tuning = &tuning;
   printf("\n%s", FormatGlowTable(MeasureGlow(glow)).c_str());
+  if (options.Has("--glow-picture")) {
+    const std::string path = options.Get("--glow-picture");
+    if (!EndsWith(path, ".png")) throw InputError("--glow-picture must name a .png file");
+    WritePng(path, GlowPicture(glow, kGlowCrop));
+    printf("wrote %s\n", path.c_str());
+  }
   return 0;
 }
 

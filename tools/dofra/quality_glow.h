@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "cli.h"
+#include "image_io.h"
 
 namespace dofra_tool {
 
@@ -46,6 +47,10 @@ struct GlowTable {
 // --refine, --refine --no-bleed (alike).
 GlowTable MeasureGlow(const GlowSettings& settings);
 std::string FormatGlowTable(const GlowTable& table);
+
+// Before and after: crop x crop pixels at the disc's right edge, blurred by
+// default, with --no-bleed and with --refine --no-bleed, side by side (RGBA).
+Image GlowPicture(const GlowSettings& settings, int crop);
 
 }  // namespace dofra_tool
 
