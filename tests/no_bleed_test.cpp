@@ -205,13 +205,6 @@ TEST(NoBleed, DefaultBytesWhereEverySampleCountsAndWhenOff) {
   EXPECT_EQ(full.Blur(frame), full_plain) << "a map at full weight";
 }
 
-// FNV-1a, 64 bits.
-uint64_t Digest(const std::vector<uint8_t>& bytes) {
-  uint64_t h = 1469598103934665603ull;
-  for (uint8_t b : bytes) h = (h ^ b) * 1099511628211ull;
-  return h;
-}
-
 // The opt-in frame at each factor: the same bytes at every kernel level (this
 // suite also runs with the scalar level forced).
 TEST(NoBleed, DigestsAtEachFactor) {
@@ -222,7 +215,7 @@ TEST(NoBleed, DigestsAtEachFactor) {
   for (int i = 0; i < 4; ++i) {
     Handle handle(960, 540, 2 + 2 * i, map);
     ASSERT_EQ(handle.Set(1, 1, 3), 0);
-    EXPECT_EQ(Digest(handle.Blur(frame)), expected[i])
+    EXPECT_EQ(FrameDigest(handle.Blur(frame)), expected[i])
         << "x" << 2 + 2 * i << " at " << SimdLevelName(ActiveSimdLevel());
   }
 }
