@@ -45,7 +45,8 @@ int blur_deinit(DofraHandle* handle);
 // map installed in the handle's weight context, read by the caller once per
 // frame) and returns when every band is written. A plane that is both source
 // and destination is read from Src_copy. `smoothed` replaces smooth_img when
-// not null.
+// not null; with the no-glow blur on, each band smooths into a plane of its
+// own instead.
 void blur_process(DofraHandle* handle, uint8_t* src_y, uint8_t* src_uv, uint8_t* dst_y,
                   uint8_t* dst_uv, uint8_t* smoothed, uint16_t* weight_map);
 
