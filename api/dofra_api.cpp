@@ -8,7 +8,9 @@
 #include "api/log.h"
 #include "blur/blur_context.h"
 #include "dofra_depth.h"
+#include "blur/no_bleed.h"
 #include "pool/thread_pool.h"
+#include "weight/refine_state.h"
 #include "weight/weight_context.h"
 
 namespace {
@@ -48,6 +50,10 @@ double ElapsedMs(double t0) { return (getTime() - t0) * kMsPerSecond; }
 // pool it could not start, and both teardowns skip what was never made.
 int InitFailed(DofraHandle* handle) {
   thread_deinit(handle);
+  // The refined map's scratch hangs on the blur context (null when unused).
+  if (handle->blur != nullptr) dofra::FreeRefineState(handle->blur->refine);
+  // So does the no-glow blur's.
+  if (handle->blur != nullptr) dofra::FreeNoBleedState(handle->blur->no_bleed);
   blur_deinit(handle);
   if (handle->weight != nullptr) free(handle->weight);
   free(handle);
@@ -93,6 +99,10 @@ int DofraInit(DofraHandle** out, DofraParams* params) {
 int DofraDeinit(DofraHandle* handle) {
   if (handle == nullptr) return 1;
   thread_deinit(handle);
+  // The refined map's scratch hangs on the blur context (null when unused).
+  if (handle->blur != nullptr) dofra::FreeRefineState(handle->blur->refine);
+  // So does the no-glow blur's.
+  if (handle->blur != nullptr) dofra::FreeNoBleedState(handle->blur->no_bleed);
   blur_deinit(handle);
   // Only the record: buffers hung on it by weight_init belong to weight_deinit.
   if (handle->weight != nullptr) free(handle->weight);

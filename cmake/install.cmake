@@ -15,7 +15,7 @@ set(DOFRA_HOST_INCLUDEDIR ${CMAKE_INSTALL_INCLUDEDIR}/dofra_depth/host)
 install(TARGETS dofra_depth EXPORT dofra_depth-targets
         LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT library
         INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
-install(FILES include/dofra_depth.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT library)
+install(FILES include/dofra_depth.h include/dofra_quality.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT library)
 install(EXPORT dofra_depth-targets NAMESPACE dofra_depth:: DESTINATION ${DOFRA_CMAKE_DIR}
         COMPONENT library)
 

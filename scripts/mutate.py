@@ -201,6 +201,25 @@ MUTANTS = [
      "return frame().width != picture_.width;", "tool ignores height padding"),
     ("tools/dofra/cli.cpp", 'if (v[1] == 0) throw InputError("--calib B must not be 0");', "",
      "tool accepts calibration B = 0"),
+    # The no-glow blur: its formulas, members and driver.
+    ("blur/no_bleed_rows.cpp",
+     "dst[x] = static_cast<uint8_t>(((s + c / 2) * kNoBleedRecip[c]) >> kRecipShift);",
+     "dst[x] = static_cast<uint8_t>((s * kNoBleedRecip[c]) >> kRecipShift);",
+     "no-glow masked mean rounding dropped (scalar)"),
+    ("kernels/x86/no_bleed_sse41.cpp", "_mm_adds_epu8(c_bytes, _mm_set1_epi8(0x70))",
+     "_mm_adds_epu8(c_bytes, _mm_set1_epi8(0x60))", "no-glow SSE reciprocal lookup half"),
+    ("kernels/x86/no_bleed_avx2.cpp",
+     "const __m256i n = _mm256_add_epi16(s, _mm256_srli_epi16(c, 1));",
+     "const __m256i n = _mm256_add_epi16(s, _mm256_srli_epi16(c, 2));",
+     "no-glow AVX2 masked mean numerator"),
+    ("kernels/x86/no_bleed_avx2.cpp", "b = _mm256_min_epu16(b, Load(row + 16));",
+     "b = _mm256_min_epu16(b, Load(row + 15));", "no-glow AVX2 minima of map rows, second vector"),
+    ("kernels/no_bleed_loops.h", "const int tail = window - span;",
+     "const int tail = window - span - 1;", "no-glow mask row window one short (vector members)"),
+    ("blur/no_bleed.cpp", "int bottom = i * nb.block + nb.block - 1 + p;",
+     "int bottom = i * nb.block + nb.block - 1;", "no-glow mask ignores the pullback below"),
+    ("blur/no_bleed.cpp", "    if (kinds[i] != kind) return false;",
+     "    if (kinds[i] == kMaskRowMixed) return false;", "no-glow skips boxes of mixed rows"),
 ]
 
 # The tests that cover a file: the first pattern it matches (fnmatch, from

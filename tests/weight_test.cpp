@@ -164,12 +164,6 @@ struct Fixture {
   uint8_t* Disparity() { return block.data() + 1 + DOFRA_DEPTH_HEADER_SIZE; }
 };
 
-uint64_t Digest(const std::vector<uint16_t>& v) {
-  uint64_t h = 1469598103934665603ull;
-  for (uint16_t w : v) h = (((h ^ (w & 255)) * 1099511628211ull) ^ (w >> 8)) * 1099511628211ull;
-  return h;
-}
-
 // The whole computation per level as a digest of the map (the same at every
 // kernel level), the context's record of the call, and no log line.
 TEST(WeightProcess, DigestsPerLevel) {
@@ -188,7 +182,7 @@ TEST(WeightProcess, DigestsPerLevel) {
     LogCapture log;
     ASSERT_EQ(weight_async_process(&f.request, &f.handle, out.data()), 0);
     EXPECT_TRUE(log.Texts().empty());
-    EXPECT_EQ(Digest(out), c.digest)
+    EXPECT_EQ(WeightMapDigest(out), c.digest)
         << "level " << c.level << " at " << SimdLevelName(ActiveSimdLevel());
     const WeightContext* ctx = f.handle.weight;
     EXPECT_EQ(ctx->strength, kStrengthTable[20 - c.level]);

@@ -38,6 +38,21 @@ DepthCalibration ReadDepthCalibration(const DepthData* depth);
 // B != 0).
 bool DepthCalibrationConvertible(const DepthCalibration& cal);
 
+// The weight of every depth (by_depth: 256 entries) under the plain map's
+// rule, for the in-focus band around focus_depth.
+void DepthWeights(int focus_depth, uint8_t falloff, uint8_t strength, uint16_t* by_depth);
+
+// Function name and fixed log lines of a caller of CheckWeightRequest.
+struct WeightRequestLog {
+  const char* name;
+  int null_request, null_handle, null_context, bad_context, null_depth, null_output, bad_level,
+      bad_focus, bad_scale_den, bad_calib_den, bad_calibration, bad_steps;
+};
+// weight_async_process's refusals: one line each, false before anything is
+// written.
+bool CheckWeightRequest(const WeightParams* request, const DofraHandle* handle, const uint16_t* out,
+                        const WeightRequestLog& log);
+
 }  // namespace dofra
 
 int InitDisparityToDepth(const DepthData* depth, uint8_t* table);

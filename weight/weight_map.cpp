@@ -35,9 +35,14 @@ constexpr int kLineBadScaleDen = 326;
 constexpr int kLineBadCalibDen = 328;
 constexpr int kLineBadCalibration = 330;
 constexpr int kLineBadSteps = 332;
+constexpr WeightRequestLog kProcessLog = {
+    kProcessName,     kLineNullRequest,    kLineNullHandle, kLineNullContext, kLineBadContext,
+    kLineNullDepth,   kLineNullOutput,     kLineBadLevel,   kLineBadFocus,    kLineBadScaleDen,
+    kLineBadCalibDen, kLineBadCalibration, kLineBadSteps};
 
 constexpr int kMaxStepExtent = 32767;       // d * 65536 must fit in int32
 constexpr int32_t kNearFocusLimit = 25855;  // T <= 25855 <=> f <= 100
+constexpr int kNearFocusDepth = kNearFocusLimit >> kFracBits;
 constexpr int kFarBandLow = 100;
 constexpr int kFarBandHigh = 255;
 constexpr int kWeightFull = 1024;  // Q10 one
@@ -53,6 +58,15 @@ struct Band {
   int high;
 };
 
+// The in-focus band around a focus depth f.
+Band BandAround(int focus_depth) {
+  if (focus_depth > kNearFocusDepth) return {kFarBandLow, kFarBandHigh};
+  const double f = static_cast<double>(focus_depth);
+  // Written in exactly this form: 80 % to 125 % of the focus depth.
+  return {static_cast<int>(std::max(f + (-0.2 * f), 0.0)),
+          static_cast<int>(std::min(f + 0.25 * f, 255.0))};
+}
+
 // Depth at the point of focus and the in-focus band around it.
 Band FocusBand(int focus_x, int focus_y, int sx, int sy, int dW, int dH, const uint8_t* d) {
   const int px = focus_x * sx, py = focus_y * sy;
@@ -62,11 +76,7 @@ Band FocusBand(int focus_x, int focus_y, int sx, int sy, int dW, int dH, const u
   const int top = Lerp8(d[iy * dW + ix], d[iy * dW + ix1], fx);
   const int bottom = Lerp8(d[iy1 * dW + ix], d[iy1 * dW + ix1], fx);
   const int32_t t = top * (kFracOne - fy) + bottom * fy + kRound8;
-  if (t > kNearFocusLimit) return {kFarBandLow, kFarBandHigh};
-  const double f = static_cast<double>(t >> kFracBits);
-  // Written in exactly this form: 80 % to 125 % of the focus depth.
-  return {static_cast<int>(std::max(f + (-0.2 * f), 0.0)),
-          static_cast<int>(std::min(f + 0.25 * f, 255.0))};
+  return BandAround(t >> kFracBits);
 }
 
 // Everything the per-pixel weight needs besides the depth.
@@ -86,6 +96,17 @@ inline uint16_t WeightOfDiff(int diff, const WeightRamp& ramp) {
 inline uint16_t WeightOf(int v, const WeightRamp& ramp) {
   return WeightOfDiff(v < ramp.low ? ramp.low - v : (v > ramp.high ? v - ramp.high : 0), ramp);
 }
+
+}  // namespace
+
+void DepthWeights(int focus_depth, uint8_t falloff, uint8_t strength, uint16_t* by_depth) {
+  const Band band = BandAround(focus_depth);
+  const WeightRamp ramp = {band.low, band.high, kWeightFullF / static_cast<float>(falloff),
+                           strength};
+  for (int v = 0; v < kDepths; ++v) by_depth[v] = WeightOf(v, ramp);
+}
+
+namespace {
 
 constexpr int kGroup = kWeightGroup;
 constexpr int kStrip = kWeightStrip;
@@ -294,55 +315,58 @@ bool ContextUsable(const WeightContext* ctx) {
          ctx->height >= 1 && ctx->disparity_width >= 1 && ctx->disparity_height >= 1;
 }
 
+}  // namespace
+
 // Everything that would make the computation undefined is refused here,
 // before the output is touched.
-bool CheckRequest(const WeightParams* request, const DofraHandle* handle, const uint16_t* out) {
+bool dofra::CheckWeightRequest(const WeightParams* request, const DofraHandle* handle,
+                               const uint16_t* out, const WeightRequestLog& log) {
   if (request == nullptr) {
-    DOFRA_LOG(kLineNullRequest, kProcessName, "invalid request\n");
+    DOFRA_LOG(log.null_request, log.name, "invalid request\n");
     return false;
   }
   if (handle == nullptr) {
-    DOFRA_LOG(kLineNullHandle, kProcessName, "invalid handle\n");
+    DOFRA_LOG(log.null_handle, log.name, "invalid handle\n");
     return false;
   }
   const WeightContext* ctx = handle->weight;
   if (ctx == nullptr) {
-    DOFRA_LOG(kLineNullContext, kProcessName, "invalid weight context\n");
+    DOFRA_LOG(log.null_context, log.name, "invalid weight context\n");
     return false;
   }
   if (!ContextUsable(ctx)) {
-    DOFRA_LOG(kLineBadContext, kProcessName, "weight context not initialised\n");
+    DOFRA_LOG(log.bad_context, log.name, "weight context not initialised\n");
     return false;
   }
   if (request->depth == nullptr) {
-    DOFRA_LOG(kLineNullDepth, kProcessName, "invalid DepthData\n");
+    DOFRA_LOG(log.null_depth, log.name, "invalid DepthData\n");
     return false;
   }
   if (out == nullptr) {
-    DOFRA_LOG(kLineNullOutput, kProcessName, "invalid output weight map\n");
+    DOFRA_LOG(log.null_output, log.name, "invalid output weight map\n");
     return false;
   }
   if (request->level < 1 || request->level > kStrengthLevels) {
-    DOFRA_LOG(kLineBadLevel, kProcessName, "invalid level %d\n", request->level);
+    DOFRA_LOG(log.bad_level, log.name, "invalid level %d\n", request->level);
     return false;
   }
   if (request->focus_x < 0 || request->focus_x >= ctx->width || request->focus_y < 0 ||
       request->focus_y >= ctx->height) {
-    DOFRA_LOG(kLineBadFocus, kProcessName, "focus (%d, %d) outside %dx%d\n", request->focus_x,
+    DOFRA_LOG(log.bad_focus, log.name, "focus (%d, %d) outside %dx%d\n", request->focus_x,
               request->focus_y, ctx->width, ctx->height);
     return false;
   }
   const DepthCalibration cal = ReadDepthCalibration(request->depth);
   if (cal.map_scale_den == 0) {
-    DOFRA_LOG(kLineBadScaleDen, kProcessName, "invalid map_scale_den 0\n");
+    DOFRA_LOG(log.bad_scale_den, log.name, "invalid map_scale_den 0\n");
     return false;
   }
   if (cal.calib_den == 0) {
-    DOFRA_LOG(kLineBadCalibDen, kProcessName, "invalid calib_den 0\n");
+    DOFRA_LOG(log.bad_calib_den, log.name, "invalid calib_den 0\n");
     return false;
   }
   if (!DepthCalibrationConvertible(cal)) {
-    DOFRA_LOG(kLineBadCalibration, kProcessName, "calibration %d / %d, %u / %u out of range\n",
+    DOFRA_LOG(log.bad_calibration, log.name, "calibration %d / %d, %u / %u out of range\n",
               cal.calib_num, cal.calib_den, cal.map_scale_num, cal.map_scale_den);
     return false;
   }
@@ -351,18 +375,16 @@ bool CheckRequest(const WeightParams* request, const DofraHandle* handle, const 
   const int64_t pixels = static_cast<int64_t>(ctx->disparity_width) * ctx->disparity_height;
   if (ctx->disparity_width > kMaxStepExtent || ctx->disparity_height > kMaxStepExtent ||
       static_cast<int64_t>(ctx->hist_ratio) * pixels > INT32_MAX) {
-    DOFRA_LOG(kLineBadSteps, kProcessName, "disparity %dx%d too large\n", ctx->disparity_width,
+    DOFRA_LOG(log.bad_steps, log.name, "disparity %dx%d too large\n", ctx->disparity_width,
               ctx->disparity_height);
     return false;
   }
   return true;
 }
 
-}  // namespace
-
 extern "C" DOFRA_EXPORT int weight_async_process(WeightParams* request, DofraHandle* handle,
                                                  uint16_t* out) {
-  if (!CheckRequest(request, handle, out)) return 1;
+  if (!dofra::CheckWeightRequest(request, handle, out, kProcessLog)) return 1;
   WeightContext* ctx = handle->weight;
   const int r = ctx->kernel_size / 2;
   const int dW = ctx->disparity_width, dH = ctx->disparity_height;

@@ -1,5 +1,6 @@
 # Checks the shared library's dynamic symbol table: exactly the seven exported
-# functions are defined, and the platform calls are left for the loader.
+# functions of dofra_depth.h and the Dofra* ones of dofra_quality.h are
+# defined, and the platform calls are left for the loader.
 # Usage: cmake -DLIB=path/to/libdofra_depth.so [-DNM=target nm] -P exported_symbols.cmake
 if(NOT NM)
   set(NM nm)
@@ -20,8 +21,9 @@ foreach(line ${lines})
   endif()
 endforeach()
 list(SORT exported)
-set(expected DofraBlurImage DofraCreateWeightMap DofraDeinit DofraInit weight_async_process
-             weight_deinit weight_init)
+set(expected DofraBlurImage DofraCreateWeightMap DofraDeinit DofraInit DofraRefineWeightMap
+             DofraSetNoBleed
+             weight_async_process weight_deinit weight_init)
 if(NOT exported STREQUAL expected)
   message(FATAL_ERROR "exported: ${exported}\nexpected: ${expected}")
 endif()

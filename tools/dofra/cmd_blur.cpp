@@ -137,11 +137,14 @@ int BlurRaw(const Options& options, const BlurSettings& s, const Outputs& o) {
   int64_t filled = 0;
   const Image disparity = LoadDisparity(options, s, size, &filled);
   const Point focus = FocusFor(s, size);
-  WeightMapper mapper(size, {disparity.width, disparity.height});
-  MapWeights(&mapper, s, disparity, focus);
   std::copy(frame_bytes.begin(), frame_bytes.end(), session->source());
   session->PrimeDestination();
+  WeightMapper mapper(size, {disparity.width, disparity.height},
+                      s.refine ? MapMethod::kRefined : MapMethod::kPlain);
+  mapper.SetGuide(session->source());  // read by the refined map only
+  MapWeights(&mapper, s, disparity, focus);
   session->SetWeights(mapper.weights());
+  session->SetNoBleed(NoBleedMode(s));
   if (!session->Blur()) throw std::runtime_error("DofraBlurImage failed (see --verbose)");
   if (!o.weights_path.empty()) WritePng(o.weights_path, mapper.WeightPicture());
   const uint8_t* out = session->destination();

@@ -34,11 +34,11 @@ double Median(std::vector<double> values) {
   return values[values.size() / 2];
 }
 
-// Tiles in reading order, kSheetColumns a row, on a white background.
-Image MakeSheet(const std::vector<const Image*>& tiles) {
+// Tiles in reading order, `per_row` a row, on a white background.
+Image MakeSheet(const std::vector<const Image*>& tiles, int per_row = kSheetColumns) {
   const int tile_w = std::max(2, tiles[0]->width / kSheetDivisor);
   const int tile_h = std::max(2, tiles[0]->height / kSheetDivisor);
-  const int columns = std::min<int>(kSheetColumns, static_cast<int>(tiles.size()));
+  const int columns = std::min<int>(per_row, static_cast<int>(tiles.size()));
   const int rows = (static_cast<int>(tiles.size()) + columns - 1) / columns;
   Image sheet(columns * tile_w + (columns + 1) * kSheetGap, rows * tile_h + (rows + 1) * kSheetGap,
               4);
@@ -75,7 +75,12 @@ const CommandSpec kDemoCommand = {
     "[--out DIR] [--size WxH] [--scale S] [--level L] [--verbose]",
     "Blurs a generated scene (a ball in focus before pillars and a far skyline) at every\n"
     "factor, writes the pictures and prints the time of each stage. A size the library\n"
-    "refuses at a factor is padded to the nearest size it accepts and cropped back.",
+    "refuses at a factor is padded to the nearest size it accepts and cropped back.\n"
+    "The first factor is also blurred under the refined weight map (guided by the frame):\n"
+    "refined.png shows both maps above both blurs, plain left, refined right.\n"
+    "The first factor is blurred once more with the no-glow blur (DofraSetNoBleed) under\n"
+    "each map: no_bleed.png shows the blurs without it above those with it, plain left,\n"
+    "refined right.",
     {
         {"--out", "DIR", "out/demo", "directory of the pictures"},
         {"--size", "WxH", "1920x1080", "frame size"},
@@ -143,6 +148,33 @@ int RunDemo(const std::vector<std::string>& args) {
     timings.push_back({"NV21 to RGBA", NowMs() - t0});
   }
 
+  // The first factor again, under the refined map.
+  FittedFrame& first = *frames.front().second;
+  WeightMapper refiner(first.frame(), DefaultDisparitySize(first.frame()), MapMethod::kRefined);
+  std::vector<uint16_t> refined;
+  const double refine_ms = RefinePictureWeights(first, scene.disparity, SceneCalibration(), level,
+                                                scene.focus, &refiner, &refined);
+  timings.push_back({"refined weight map x" + std::to_string(frames[0].first), refine_ms});
+  const Image refined_picture = WeightPictureOf(refined.data(), size);
+  first.SetWeights(refined.data());
+  if (!first.Blur()) throw std::runtime_error("DofraBlurImage failed");
+  const Image refined_blur = first.Result();
+
+  // The first factor with the no-glow blur, under each map.
+  const DofraNoBleed no_bleed_on = {1, level, DOFRA_NO_BLEED_PULLBACK_DEFAULT};
+  std::vector<Image> no_bleed;
+  for (uint16_t* weights : {mapper.weights(), refined.data()}) {
+    first.SetWeights(weights);
+    first.SetNoBleed(no_bleed_on);
+    t0 = NowMs();
+    if (!first.Blur()) throw std::runtime_error("DofraBlurImage failed");
+    timings.push_back({std::string("DofraBlurImage --no-bleed") +
+                           (no_bleed.empty() ? "" : " --refine") + " x" +
+                           std::to_string(frames[0].first),
+                       NowMs() - t0});
+    no_bleed.push_back(first.Result());
+  }
+
   t0 = NowMs();
   const Image weight_picture = mapper.WeightPicture();
   const Image weights = GrayToRgba(weight_picture);
@@ -154,6 +186,16 @@ int RunDemo(const std::vector<std::string>& args) {
     tiles.push_back(&outputs[i]);
   }
   WritePng(out_dir + "/side_by_side.png", MakeSheet(tiles));
+  const Image refined_weights = GrayToRgba(refined_picture);
+  const std::string refined_name = "/blur_x" + std::to_string(frames[0].first) + "_refined.png";
+  WritePng(out_dir + "/weights_refined.png", refined_picture);
+  WritePng(out_dir + refined_name, refined_blur);
+  WritePng(out_dir + "/refined.png",
+           MakeSheet({&weights, &refined_weights, &outputs[0], &refined_blur}, 2));
+  const std::string no_bleed_name = "/blur_x" + std::to_string(frames[0].first) + "_no_bleed.png";
+  WritePng(out_dir + no_bleed_name, no_bleed[0]);
+  WritePng(out_dir + "/no_bleed.png",
+           MakeSheet({&outputs[0], &refined_blur, &no_bleed[0], &no_bleed[1]}, 2));
   timings.push_back({"PNG files", NowMs() - t0});
 
   printf("scene %s, focus %d,%d, level %d; pictures in %s\n", SizeText(size).c_str(), scene.focus.x,

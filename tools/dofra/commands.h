@@ -16,6 +16,7 @@ namespace dofra_tool {
 extern const CommandSpec kDemoCommand;
 extern const CommandSpec kBlurCommand;
 extern const CommandSpec kBenchCommand;
+extern const CommandSpec kQualityCommand;
 #ifdef DOFRA_VIEW
 extern const CommandSpec kViewCommand;
 #endif
@@ -23,6 +24,7 @@ extern const CommandSpec kViewCommand;
 int RunDemo(const std::vector<std::string>& args);
 int RunBlur(const std::vector<std::string>& args);
 int RunBench(const std::vector<std::string>& args);
+int RunQuality(const std::vector<std::string>& args);
 #ifdef DOFRA_VIEW
 int RunView(const std::vector<std::string>& args);
 #endif

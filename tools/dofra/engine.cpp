@@ -75,24 +75,54 @@ Size DefaultDisparitySize(Size frame) {
   return Size{std::max(1, frame.width / kDisparityDiv), std::max(1, frame.height / kDisparityDiv)};
 }
 
-WeightMapper::WeightMapper(Size frame, Size disparity)
+namespace {
+
+// A DofraInit handle for the refined map, at the first factor it accepts
+// the frame at, its blank weight record released; nullptr when it accepts
+// none.
+DofraHandle* OpenRefineHandle(Size frame, Size disparity) {
+  LogSilence silence;
+  for (int scale : {8, 4, 2, 6}) {
+    DofraParams params = MakeParams(frame, disparity, scale);
+    DofraHandle* handle = nullptr;
+    // After a refusal the handle pointer names released memory: never use it.
+    if (DofraInit(&handle, &params) != 0) continue;
+    weight_deinit(handle);  // the blank record: weight_init would lose it
+    handle->weight = nullptr;
+    return handle;
+  }
+  return nullptr;
+}
+
+void CloseHandle(DofraHandle* handle, DofraHandle* record) {
+  if (handle->weight != nullptr) weight_deinit(handle);
+  handle->weight = nullptr;
+  if (handle != record) DofraDeinit(handle);
+}
+
+}  // namespace
+
+WeightMapper::WeightMapper(Size frame, Size disparity, MapMethod method)
     : frame_(frame),
       disparity_(disparity),
+      method_(method),
       depth_block_(DOFRA_DEPTH_HEADER_SIZE +
                    static_cast<size_t>(disparity.width) * disparity.height),
       weights_(static_cast<size_t>(frame.width) * frame.height) {
+  const std::string refusal = "the library refuses a " + SizeText(frame) + " weight map from a " +
+                              SizeText(disparity) + " disparity map";
+  if (method == MapMethod::kRefined) handle_ = OpenRefineHandle(frame, disparity);
+  if (handle_ == nullptr) throw InputError(refusal + " (no DofraInit handle for that frame)");
   DofraParams params = MakeParams(frame, disparity, 0);
-  if (weight_init(&params, &record_) != 0) {
+  if (method == MapMethod::kUnsmoothed) params.weight_kernel_size = 1;
+  if (weight_init(&params, handle_) != 0) {
     // A context that failed half way still holds what it allocated.
-    if (record_.weight != nullptr) weight_deinit(&record_);
-    throw InputError("the library refuses a " + std::to_string(frame.width) + "x" +
-                     std::to_string(frame.height) + " weight map from a " +
-                     std::to_string(disparity.width) + "x" + std::to_string(disparity.height) +
-                     " disparity map");
+    CloseHandle(handle_, &record_);
+    throw InputError(refusal);
   }
 }
 
-WeightMapper::~WeightMapper() { weight_deinit(&record_); }
+WeightMapper::~WeightMapper() { CloseHandle(handle_, &record_); }
 
 void WeightMapper::SetDepth(const Calibration& calib, const Image& disparity) {
   std::fill(depth_block_.begin(), depth_block_.begin() + DOFRA_DEPTH_HEADER_SIZE, 0);
@@ -110,13 +140,16 @@ bool WeightMapper::Compute(int level, Point focus) {
   request.focus_x = focus.x;
   request.focus_y = focus.y;
   request.depth = reinterpret_cast<DepthData*>(depth_block_.data());
-  return weight_async_process(&request, &record_, weights_.data()) == 0;
+  if (method_ != MapMethod::kRefined)
+    return weight_async_process(&request, handle_, weights_.data()) == 0;
+  const DofraGuide guide = {guide_, frame_.width, frame_.height};
+  return DofraRefineWeightMap(&request, handle_, &guide, tuning_, weights_.data()) == 0;
 }
 
-Image WeightMapper::WeightPicture() const {
-  Image picture(frame_.width, frame_.height, 1);
-  for (size_t i = 0; i < weights_.size(); ++i) {
-    const int w = std::min<int>(weights_[i], kFullWeight);
+Image WeightPictureOf(const uint16_t* weights, Size size) {
+  Image picture(size.width, size.height, 1);
+  for (size_t i = 0; i < picture.pixels.size(); ++i) {
+    const int w = std::min<int>(weights[i], kFullWeight);
     picture.pixels[i] = static_cast<uint8_t>((w * 255 + kFullWeight / 2) / kFullWeight);
   }
   return picture;
@@ -188,6 +221,12 @@ void BlurSession::SetWeights(uint16_t* weights) {
   info_.weight_map = weights;
   if (DofraCreateWeightMap(handle_, &info_) != 0) {
     throw std::runtime_error("the library did not take the weight map");
+  }
+}
+
+void BlurSession::SetNoBleed(const DofraNoBleed& mode) {
+  if (DofraSetNoBleed(handle_, &mode) != 0) {
+    throw std::runtime_error("the library refused the no-glow blur (see --verbose)");
   }
 }
 

@@ -1,7 +1,9 @@
 #include "fitted.h"
 
+#include <algorithm>
 #include <cstring>
 
+#include "commands.h"
 #include "convert.h"
 
 namespace dofra_tool {
@@ -42,6 +44,27 @@ Image FittedFrame::Result() const {
   const Size f = frame();
   const Image out = Nv21ToRgba(session_->destination(), f.width, f.height);
   return padded() ? Crop(out, picture_.width, picture_.height) : out;
+}
+
+double RefinePictureWeights(const FittedFrame& fitted, const Image& disparity,
+                            const Calibration& calib, int level, Point focus, WeightMapper* mapper,
+                            std::vector<uint16_t>* weights) {
+  const Size frame = fitted.frame(), map = mapper->disparity();
+  const Size picture = {disparity.width, disparity.height};
+  const bool same = frame.width == picture.width && frame.height == picture.height;
+  const Image padded = same ? disparity : PadByReplication(disparity, frame.width, frame.height);
+  mapper->SetDepth(calib, ResizeGray(padded, map.width, map.height));
+  mapper->SetGuide(fitted.source());
+  const double t0 = NowMs();
+  if (!mapper->Compute(level, focus)) {
+    throw InputError("the library refused the refined weight map (run with --verbose to see why)");
+  }
+  const double ms = NowMs() - t0;
+  weights->resize(static_cast<size_t>(picture.width) * picture.height);
+  for (int y = 0; y < picture.height; ++y)
+    std::copy_n(mapper->weights() + static_cast<size_t>(y) * frame.width, picture.width,
+                weights->data() + static_cast<size_t>(y) * picture.width);
+  return ms;
 }
 
 }  // namespace dofra_tool

@@ -29,6 +29,8 @@ class FittedFrame {
   void Load(const Image& rgba);
   // A weight map of the picture's size, grown to the frame by replication.
   void SetWeights(const uint16_t* weights);
+  // The no-glow blur on or off for the next frames (after SetWeights).
+  void SetNoBleed(const DofraNoBleed& mode) { session_->SetNoBleed(mode); }
   // One frame through DofraBlurImage; false when the library refuses.
   bool Blur() { return session_->Blur(); }
   // The destination frame as RGBA, cropped to the picture.
@@ -43,6 +45,15 @@ class FittedFrame {
   std::unique_ptr<BlurSession> session_;
   std::vector<uint16_t> weights_;
 };
+
+// The refined weight map of the picture loaded into `fitted`, by `mapper` (a
+// refined mapper of the fitted frame's size): computed on the padded frame
+// from the picture's full-size disparity padded alike and resampled to the
+// mapper's map size, then cropped back into `weights` (the picture's size).
+// The time the library took; InputError when it refuses.
+double RefinePictureWeights(const FittedFrame& fitted, const Image& disparity,
+                            const Calibration& calib, int level, Point focus, WeightMapper* mapper,
+                            std::vector<uint16_t>* weights);
 
 }  // namespace dofra_tool
 

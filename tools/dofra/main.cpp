@@ -26,6 +26,7 @@ struct Command {
 const Command kCommands[] = {{&kDemoCommand, RunDemo},
                              {&kBlurCommand, RunBlur},
                              {&kBenchCommand, RunBench},
+                             {&kQualityCommand, RunQuality},
 #ifdef DOFRA_VIEW
                              {&kViewCommand, RunView}
 #endif

@@ -35,19 +35,20 @@ Size MapSizeFor(const BlurSettings& settings, Size picture) {
 }
 
 Image LoadDisparity(const Options& options, const BlurSettings& settings, Size picture,
-                    int64_t* filled) {
+                    int64_t* filled, Image* full) {
   const std::string path = options.Get("--disparity");
   Image disparity = ReadGrayMap(path, picture);
   const Size map_size = MapSizeFor(settings, picture);
   *filled = FillDisparity(settings, path, &disparity);
+  if (full != nullptr) *full = disparity;
   return ResizeGray(disparity, map_size.width, map_size.height);
 }
 
 PictureInputs LoadPictureInputs(const Options& options, const BlurSettings& settings) {
   PictureInputs in;
   in.picture = ReadPicture(options.Get("--image"), &in.has_alpha);
-  in.disparity =
-      LoadDisparity(options, settings, {in.picture.width, in.picture.height}, &in.filled);
+  in.disparity = LoadDisparity(options, settings, {in.picture.width, in.picture.height}, &in.filled,
+                               &in.full_disparity);
   return in;
 }
 
@@ -61,6 +62,10 @@ double MapWeights(WeightMapper* mapper, const BlurSettings& settings, const Imag
   return NowMs() - t0;
 }
 
+DofraNoBleed NoBleedMode(const BlurSettings& settings) {
+  return {settings.no_bleed ? 1 : 0, settings.level, settings.pullback};
+}
+
 PictureRenderer::PictureRenderer(PictureInputs inputs) : inputs_(std::move(inputs)) {}
 
 FittedFrame& PictureRenderer::Frame(int scale) {
@@ -69,14 +74,39 @@ FittedFrame& PictureRenderer::Frame(int scale) {
   return *frame;
 }
 
+double PictureRenderer::PlainWeights(const BlurSettings& settings, Point focus) {
+  if (!mapper_) mapper_.reset(new WeightMapper(picture_size(), map_size()));
+  const double ms = MapWeights(mapper_.get(), settings, inputs_.disparity, focus);
+  const Size size = picture_size();
+  weights_.assign(mapper_->weights(),
+                  mapper_->weights() + static_cast<size_t>(size.width) * size.height);
+  return ms;
+}
+
+// The map size: --disparity-size, else the default of the padded frame.
+double PictureRenderer::RefinedWeights(const FittedFrame& fitted, const BlurSettings& settings,
+                                       Point focus) {
+  const Size frame = fitted.frame();
+  const Size map = settings.has_map_size ? settings.map_size : DefaultDisparitySize(frame);
+  std::unique_ptr<WeightMapper>& refiner = refiners_[settings.scale];
+  if (!refiner || refiner->disparity().width != map.width ||
+      refiner->disparity().height != map.height) {
+    refiner.reset(new WeightMapper(frame, map, MapMethod::kRefined));
+  }
+  return RefinePictureWeights(fitted, inputs_.full_disparity, settings.calib, settings.level, focus,
+                              refiner.get(), &weights_);
+}
+
 CallTimes PictureRenderer::Render(const BlurSettings& settings, Point focus) {
   FittedFrame& fitted = Frame(settings.scale);
-  if (!mapper_) mapper_.reset(new WeightMapper(picture_size(), map_size()));
-  CallTimes times;
-  times.weight_ms = MapWeights(mapper_.get(), settings, inputs_.disparity, focus);
-  // Loaded afresh each time: rows the blur leaves alone keep the input's.
+  // Loaded afresh each time: rows the blur leaves alone keep the input's,
+  // and the refined map reads it as its guide.
   fitted.Load(inputs_.picture);
-  fitted.SetWeights(mapper_->weights());
+  CallTimes times;
+  times.weight_ms =
+      settings.refine ? RefinedWeights(fitted, settings, focus) : PlainWeights(settings, focus);
+  fitted.SetWeights(weights_.data());
+  fitted.SetNoBleed(NoBleedMode(settings));
   const double t0 = NowMs();
   if (!fitted.Blur()) throw std::runtime_error("DofraBlurImage failed (see --verbose)");
   times.blur_ms = NowMs() - t0;

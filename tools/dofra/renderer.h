@@ -21,8 +21,9 @@ namespace dofra_tool {
 struct PictureInputs {
   Image picture;  // RGBA
   bool has_alpha = false;
-  Image disparity;     // unknown pixels filled as asked, resampled to the map size
-  int64_t filled = 0;  // unknown pixels filled
+  Image disparity;       // unknown pixels filled as asked, resampled to the map size
+  Image full_disparity;  // the same at the picture's size, for the refined map
+  int64_t filled = 0;    // unknown pixels filled
 };
 
 // Reads both files; the map size comes from --disparity-size (at most the
@@ -31,13 +32,17 @@ PictureInputs LoadPictureInputs(const Options& options, const BlurSettings& sett
 // The map size handed to the library: --disparity-size, at most the
 // picture's, else the default.
 Size MapSizeFor(const BlurSettings& settings, Size picture);
-// The --disparity map of a picture of this size, filled and resampled.
+// The --disparity map of a picture of this size, filled (at the picture's
+// size into *full when given) and resampled.
 Image LoadDisparity(const Options& options, const BlurSettings& settings, Size picture,
-                    int64_t* filled);
+                    int64_t* filled, Image* full = nullptr);
 // The weight map into the mapper; the time the library took. InputError when
 // it refuses the request.
 double MapWeights(WeightMapper* mapper, const BlurSettings& settings, const Image& disparity,
                   Point focus);
+
+// The no-glow mode record the settings ask for (enable 0 when off).
+DofraNoBleed NoBleedMode(const BlurSettings& settings);
 
 // What each library call of one render took.
 struct CallTimes {
@@ -55,22 +60,28 @@ class PictureRenderer {
 
   // The frame of a factor, opened on first use; InputError when none fits.
   FittedFrame& Frame(int scale);
-  // The weight map, then one frame through the blur; InputError when the
-  // library refuses the weight-map request.
+  // The weight map (refined with --refine), then one frame through the blur;
+  // InputError when the library refuses the weight-map request.
   CallTimes Render(const BlurSettings& settings, Point focus);
 
   // Of the last render: the frame, the weights (picture size), the result as
   // RGBA and as `dofra blur` writes it (with the input's alpha, else RGB).
   const FittedFrame& frame() const { return *frames_.at(scale_); }
-  const uint16_t* weights() const { return mapper_->weights(); }
-  Image WeightPicture() const { return mapper_->WeightPicture(); }
+  const uint16_t* weights() const { return weights_.data(); }
+  Image WeightPicture() const { return WeightPictureOf(weights_.data(), picture_size()); }
   Image Result() const { return frame().Result(); }
   Image Output() const;
 
  private:
+  double PlainWeights(const BlurSettings& settings, Point focus);
+  double RefinedWeights(const FittedFrame& fitted, const BlurSettings& settings, Point focus);
+
   PictureInputs inputs_;
   std::unique_ptr<WeightMapper> mapper_;
+  // The refined map runs on the padded frame: one mapper per factor.
+  std::map<int, std::unique_ptr<WeightMapper>> refiners_;
   std::map<int, std::unique_ptr<FittedFrame>> frames_;
+  std::vector<uint16_t> weights_;  // of the last render, picture size
   int scale_ = 0;
 };
 

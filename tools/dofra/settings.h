@@ -10,8 +10,8 @@
 
 namespace dofra_tool {
 
-// --focus, --scale, --level, --calib, --disparity-size, --unknown and
-// --keep-unknown, with their help and defaults.
+// --focus, --scale, --level, --calib, --disparity-size, --unknown,
+// --keep-unknown and --refine, with their help and defaults.
 std::vector<OptionSpec> SettingOptions();
 
 struct BlurSettings {
@@ -23,8 +23,13 @@ struct BlurSettings {
   bool fill_unknown = true;
   uint8_t unknown = 0;
   bool has_map_size = false;
-  Size map_size;  // --disparity-size
+  Size map_size;        // --disparity-size
+  bool refine = false;  // DofraRefineWeightMap instead of weight_async_process
+  // The no-glow blur (DofraSetNoBleed) and its pullback in frame pixels.
+  bool no_bleed = false;
+  int pullback = 2;
 };
+
 
 // Throws InputError naming the first option that is malformed or out of range.
 BlurSettings ParseBlurSettings(const Options& options);
