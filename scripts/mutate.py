@@ -228,6 +228,11 @@ MUTANTS = [
 VECTOR_TESTS = ["kernels_test", "row_kernels_test", "pipeline_test", "weight_test"]
 LIBRARY_TESTS = ["api_handle_test", "fault_tests", "fault_tests_scalar"]
 SUITES = [
+    # The opt-in modes' own suites, before the folders' general ones.
+    ("kernels/*no_bleed*", VECTOR_TESTS + ["no_bleed_test"]),
+    ("kernels/*refine*", VECTOR_TESTS + ["refine_test"]),
+    ("blur/no_bleed*", ["kernels_test", "no_bleed_test", "no_bleed_test_scalar"] + LIBRARY_TESTS),
+    ("weight/refine*", ["kernels_test", "refine_test", "refine_test_scalar"] + LIBRARY_TESTS),
     ("kernels/x86/*", VECTOR_TESTS),
     ("kernels/arm/*", VECTOR_TESTS),
     ("kernels/*_loops.h", VECTOR_TESTS),
