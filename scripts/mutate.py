@@ -126,6 +126,8 @@ MUTANTS = [
      "return vaddq_u32(v, vextq_u32(zero, v, 1));", "smooth NEON integral prefix shifted by 3 lanes"),
     ("kernels/arm/composite_uv_neon.cpp", "vuzp1q_u16(entries, entries)",
      "vuzp2q_u16(entries, entries)", "composite UV NEON last 4 pairs take the odd weights"),
+    ("kernels/arm/no_bleed_neon.cpp", "const uint16x8_t n = vaddq_u16(s, vshrq_n_u16(c, 1));",
+     "const uint16x8_t n = vaddq_u16(s, vshrq_n_u16(c, 2));", "no-glow NEON masked mean rounding"),
     # Shared plane drivers.
     ("blur/composite_y.cpp", "const int main_last = at_bottom ? p.H - 1 - F : last;",
      "const int main_last = at_bottom ? p.H - 2 - F : last;",
