@@ -49,8 +49,6 @@ double ElapsedMs(double t0) { return (getTime() - t0) * kMsPerSecond; }
 // pool it could not start, and both teardowns skip what was never made.
 int InitFailed(DofraHandle* handle) {
   thread_deinit(handle);
-  // The refined map's scratch hangs on the blur context (null when unused).
-  if (handle->blur != nullptr) dofra::FreeRefineState(handle->blur->refine);
   blur_deinit(handle);
   if (handle->weight != nullptr) free(handle->weight);
   free(handle);

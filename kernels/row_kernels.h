@@ -17,6 +17,7 @@
 
 #include <cstdint>
 
+#include "kernels/refine_rows.h"
 #include "kernels/simd_level.h"
 #include "kernels/weight_rows.h"
 
@@ -139,6 +140,11 @@ struct RowKernels {
   void (*depth_lookup)(const uint8_t* src, uint8_t* dst, int n, const uint8_t* table);
   // Minimum and maximum of src[0, body), body a multiple of 16.
   void (*depth_min_max_body)(const uint8_t* src, int body, uint8_t* min_out, uint8_t* max_out);
+
+  // Refined weight map: see kernels/refine_rows.h.
+  RefineRowFn refine_joint_row;
+  RefineRowFn refine_bilinear_row;
+  ColumnSumsFn refine_column_sums;
 };
 
 // The table of `level`: every entry set, to the member of the nearest level
@@ -156,6 +162,7 @@ void FillShrinkUV_C(RowKernels* k);
 void FillSmooth_C(RowKernels* k);
 void FillWeight_C(RowKernels* k);
 void FillDepthTable_C(RowKernels* k);
+void FillRefine_C(RowKernels* k);
 
 void FillCompositeY_SSE41(RowKernels* k);
 void FillCompositeUV_SSE41(RowKernels* k);
@@ -163,6 +170,7 @@ void FillShrinkY_SSE41(RowKernels* k);
 void FillShrinkUV_SSE41(RowKernels* k);
 void FillSmooth_SSE41(RowKernels* k);
 void FillWeight_SSE41(RowKernels* k);
+void FillRefine_SSE41(RowKernels* k);
 
 void FillCompositeY_AVX2(RowKernels* k);
 void FillCompositeUV_AVX2(RowKernels* k);
@@ -170,6 +178,7 @@ void FillShrinkY_AVX2(RowKernels* k);
 void FillShrinkUV_AVX2(RowKernels* k);
 void FillSmooth_AVX2(RowKernels* k);
 void FillWeight_AVX2(RowKernels* k);
+void FillRefine_AVX2(RowKernels* k);
 
 void FillCompositeY_NEON(RowKernels* k);
 void FillCompositeUV_NEON(RowKernels* k);
@@ -177,6 +186,7 @@ void FillShrinkY_NEON(RowKernels* k);
 void FillShrinkUV_NEON(RowKernels* k);
 void FillSmooth_NEON(RowKernels* k);
 void FillWeight_NEON(RowKernels* k);
+void FillRefine_NEON(RowKernels* k);
 
 }  // namespace dofra
 
