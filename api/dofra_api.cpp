@@ -8,6 +8,7 @@
 #include "api/log.h"
 #include "blur/blur_context.h"
 #include "dofra_depth.h"
+#include "blur/no_bleed.h"
 #include "pool/thread_pool.h"
 #include "weight/refine_state.h"
 #include "weight/weight_context.h"
@@ -49,6 +50,10 @@ double ElapsedMs(double t0) { return (getTime() - t0) * kMsPerSecond; }
 // pool it could not start, and both teardowns skip what was never made.
 int InitFailed(DofraHandle* handle) {
   thread_deinit(handle);
+  // The refined map's scratch hangs on the blur context (null when unused).
+  if (handle->blur != nullptr) dofra::FreeRefineState(handle->blur->refine);
+  // So does the no-glow blur's.
+  if (handle->blur != nullptr) dofra::FreeNoBleedState(handle->blur->no_bleed);
   blur_deinit(handle);
   if (handle->weight != nullptr) free(handle->weight);
   free(handle);
@@ -96,6 +101,8 @@ int DofraDeinit(DofraHandle* handle) {
   thread_deinit(handle);
   // The refined map's scratch hangs on the blur context (null when unused).
   if (handle->blur != nullptr) dofra::FreeRefineState(handle->blur->refine);
+  // So does the no-glow blur's.
+  if (handle->blur != nullptr) dofra::FreeNoBleedState(handle->blur->no_bleed);
   blur_deinit(handle);
   // Only the record: buffers hung on it by weight_init belong to weight_deinit.
   if (handle->weight != nullptr) free(handle->weight);

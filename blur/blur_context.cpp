@@ -7,6 +7,7 @@
 #include "api/log.h"
 #include "blur/dispatch.h"
 #include "blur/frame_check.h"
+#include "blur/no_bleed.h"
 #include "dofra_depth.h"
 #include "pool/thread_pool.h"
 
@@ -158,6 +159,18 @@ void FillCommon(BandTask* t, const DofraHandle* handle, const BlurContext* ctx,
   t->kernel_weights = ctx->kernel_weights;
   t->weight_map = weight_map;
   t->smoothed_plane = smoothed_plane;
+  t->no_bleed = nullptr;
+}
+
+// The no-glow blur smooths each band into a plane of its own: its rows are
+// smoothed twice, and a neighbour's first pass must never land on rows this
+// band has already finished.
+void UseNoBleed(BandTask* t, const BlurContext* ctx, int plane, int band) {
+  const NoBleedState* nb = ctx->no_bleed;
+  if (nb == nullptr || !nb->enabled || band >= kNoBleedTasks / 2) return;
+  const int task = plane * kNoBleedTasks / 2 + band;
+  t->no_bleed = &nb->tasks[task];
+  t->smoothed_plane = nb->tasks[task].smoothed;
 }
 
 // A band is processed in strips of output rows, small enough that the source
@@ -193,11 +206,13 @@ void RunBand(BandTask* t, ShrinkFn shrink, SmoothFn smooth, BlendFn blend) {
       if (shrink_to > shrunk) {
         shrink(t->source, t->small_plane, t->shrink_tmp, t->width, t->height, t->small_width,
                t->small_height, shrunk + 1, shrink_to);
+        if (t->no_bleed != nullptr) NoBleedMaskRows(*t, shrunk + 1, shrink_to);
         shrunk = shrink_to;
       }
       TimingPoint();
       smooth(t->small_plane, t->padded_input, t->smoothed_plane, t->small_width, t->small_height,
              t->kernel_weights, r, r, t->integral_scratch, smoothed + 1, need);
+      if (t->no_bleed != nullptr) NoBleedSmoothRows(*t, smoothed + 1, need);
       smoothed = need;
       TimingPoint();
     }
@@ -270,6 +285,7 @@ void blur_process(DofraHandle* handle, uint8_t* src_y, uint8_t* src_uv, uint8_t*
       t->shrink_tmp = ctx->XInterp_image;
       t->padded_input = ctx->input_tmp_y;
       t->integral_scratch = At(ctx->tempim_y, b, slice);
+      UseNoBleed(t, ctx, 0, b);
       pool_queue_task(pool, Smooth_Y_thread, t);
     }
   }
@@ -290,6 +306,7 @@ void blur_process(DofraHandle* handle, uint8_t* src_y, uint8_t* src_uv, uint8_t*
       t->shrink_tmp = At(ctx->XInterp_image, H, sw);
       t->padded_input = ctx->input_tmp_uv;
       t->integral_scratch = At(ctx->tempim_uv, b, slice);
+      UseNoBleed(t, ctx, 1, b);
       pool_queue_task(pool, Smooth_UV_thread, t);
     }
   }

@@ -10,6 +10,7 @@ struct DofraHandle;
 struct DofraParams;
 namespace dofra {
 struct RefineState;
+struct NoBleedState;
 }
 
 // Allocated once per handle by blur_init; nothing is cleared between frames.
@@ -30,6 +31,7 @@ struct BlurContext {
   // Opt-in modes' scratch, allocated by their first call, not counted in
   // buffer_total.
   dofra::RefineState* refine;  // DofraRefineWeightMap
+  dofra::NoBleedState* no_bleed;  // DofraSetNoBleed
 };
 
 // Allocates the context and its buffers into handle->blur and adds their
@@ -43,7 +45,8 @@ int blur_deinit(DofraHandle* handle);
 // map installed in the handle's weight context, read by the caller once per
 // frame) and returns when every band is written. A plane that is both source
 // and destination is read from Src_copy. `smoothed` replaces smooth_img when
-// not null.
+// not null; with the no-glow blur on, each band smooths into a plane of its
+// own instead.
 void blur_process(DofraHandle* handle, uint8_t* src_y, uint8_t* src_uv, uint8_t* dst_y,
                   uint8_t* dst_uv, uint8_t* smoothed, uint16_t* weight_map);
 

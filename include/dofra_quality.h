@@ -97,4 +97,69 @@ DOFRA_EXPORT int DofraRefineWeightMap(WeightParams* request, DofraHandle* handle
 
 }  // extern "C"
 
+
+// ---------------------------------------------------------------------------
+// No glow: a blur that keeps in-focus colours out of the background.
+//
+// The default blur smooths the whole shrunken frame, so the subject in focus
+// is smeared into the background around it, and the composite takes that
+// smeared colour wherever the map says "blurred". With this mode on, the
+// smoothed copy is gathered only from samples that surely belong to the
+// blurred layer:
+//
+//   full      a map pixel is at full weight when it is at least
+//             8 * strength(level) = 1024 * strength / 128, the most that maps
+//             of `level` reach (1024 at level 1, 0 at level 20).
+//   counted   a shrunken sample counts (m = 1) when every map pixel within
+//             `pullback` frame pixels of the pixels it stands for, clamped to
+//             the frame, is at full weight; else m = 0. Luma sample (i, j)
+//             stands for frame rows i*s .. i*s + s - 1 and columns j*s ..
+//             j*s + s - 1 (s the scale factor). A chroma sample stands for
+//             the 2s x 2s luma block of its pairs, read as the chroma
+//             composite reads the map: on even rows only (rows 2i*s - pullback
+//             .. 2i*s + 2s - 1 + pullback that are even), but on every column
+//             (2j*s - pullback .. 2j*s + 2s - 1 + pullback).
+//   smoothed  the default box of 5 x 5 samples (same border replication)
+//             gives S = sum of m * v and c = sum of m over the box. Where
+//             c is 25 or 0 the default value stays, byte for byte; else
+//               out = floor((2 * S + c) / (2 * c))    the mean, half up
+//             computed as ((S + c / 2) * ceil(2^17 / c)) >> 17, exact for
+//             every c in 1..24 and S in 0..255 * c.
+//
+// So an in-focus pixel adds nothing to its neighbours' blur, while a near
+// object that is itself out of focus keeps spreading over what lies behind
+// it. The shrink, the enlargement and the blend are the default ones. The
+// mask is derived band by band from the installed map's rows while the
+// frame is blurred; nothing else is read.
+// ---------------------------------------------------------------------------
+
+struct DofraNoBleed {
+  int32_t enable;    // 1 on, 0 off (then the other fields are not read)
+  int32_t level;     // 1..20: the level the installed maps are made with
+  int32_t pullback;  // 0..8 frame pixels, default 2
+};
+
+#define DOFRA_NO_BLEED_PULLBACK_DEFAULT 2
+#define DOFRA_NO_BLEED_PULLBACK_MAX 8
+
+static_assert(sizeof(DofraNoBleed) == 12, "DofraNoBleed layout");
+
+extern "C" {
+
+// Switches the mode on or off for the frames DofraBlurImage blurs on this
+// handle from now on. The handle must come from DofraInit; switching on
+// needs a weight map installed (DofraCreateWeightMap). The first switch on
+// allocates the mode's scratch on the handle (about 4 bytes per shrunken
+// sample and 8 per frame column, 0.8 MB at 1920x1080 and factor 4; released
+// by DofraDeinit, not counted in the buffer sum that DofraInit logs); frames
+// allocate nothing. Off, the handle
+// blurs exactly as if the mode had never been on. Refuses (1, the handle as
+// it was, one log line): a null handle or record, a handle without workers
+// or blur context, enable other than 0 or 1, and when switching on a level
+// outside 1..20, a pullback outside 0..8 or no installed weight map. Not to
+// be called while DofraBlurImage runs on the same handle.
+DOFRA_EXPORT int DofraSetNoBleed(DofraHandle* handle, const DofraNoBleed* mode);
+
+}  // extern "C"
+
 #endif  // DOFRA_QUALITY_H

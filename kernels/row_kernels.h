@@ -15,6 +15,7 @@
 #ifndef DOFRA_KERNELS_ROW_KERNELS_H
 #define DOFRA_KERNELS_ROW_KERNELS_H
 
+#include <cstddef>
 #include <cstdint>
 
 #include "kernels/refine_rows.h"
@@ -141,10 +142,32 @@ struct RowKernels {
   // Minimum and maximum of src[0, body), body a multiple of 16.
   void (*depth_min_max_body)(const uint8_t* src, int body, uint8_t* min_out, uint8_t* max_out);
 
-  // Refined weight map: see kernels/refine_rows.h.
+  // ---- Refined weight map (opt-in; weight/refine_map.cpp, kernels/refine_rows.h) ----
   RefineRowFn refine_joint_row;
   RefineRowFn refine_bilinear_row;
   ColumnSumsFn refine_column_sums;
+
+  // ---- No-glow blur (opt-in; blur/no_bleed.cpp, kernels/no_bleed_rows.h) ----
+  // out[x] = min over k < count of rows[k * stride + x], x in [0, n).
+  void (*map_min_rows)(const uint16_t* rows, size_t stride, int count, uint16_t* out, int n);
+  // Mask of `count` samples from one row of W vertical minima: sample j is
+  // 1 when row[x] >= full for every x within `pullback` of [j * block,
+  // j * block + block), clamped to [0, W); lead 2 writes each twice (a pair).
+  // Returns the samples that count. The row is clobbered, and `pullback`
+  // entries before and after it are written too.
+  int (*mask_row[kSmoothLeads])(uint16_t* row, int W, int block, int pullback, uint16_t full,
+                                uint8_t* out, int count);
+  // Column sums [begin, n) of v * m and of m (m is 0 or 1) gain a row
+  // (and lose one), wrapping words.
+  void (*masked_slide_add)(const uint8_t* v, const uint8_t* m, uint16_t* v_sums, uint16_t* m_sums,
+                           int begin, int n);
+  void (*masked_slide_add_sub)(const uint8_t* v, const uint8_t* m, const uint8_t* v_sub,
+                               const uint8_t* m_sub, uint16_t* v_sums, uint16_t* m_sums, int begin,
+                               int n);
+  // Outputs [begin, n) of one row from the column sums of a 5-row box: where
+  // its count c is neither 0 nor 25, the masked mean; elsewhere dst stays.
+  void (*masked_box_row[kSmoothLeads])(const uint16_t* v_sums, const uint16_t* m_sums, uint8_t* dst,
+                                       int begin, int n);
 };
 
 // The table of `level`: every entry set, to the member of the nearest level
@@ -187,6 +210,12 @@ void FillShrinkUV_NEON(RowKernels* k);
 void FillSmooth_NEON(RowKernels* k);
 void FillWeight_NEON(RowKernels* k);
 void FillRefine_NEON(RowKernels* k);
+
+// The no-glow blur's entries, per instruction set.
+void FillNoBleed_C(RowKernels* k);
+void FillNoBleed_SSE41(RowKernels* k);
+void FillNoBleed_AVX2(RowKernels* k);
+void FillNoBleed_NEON(RowKernels* k);
 
 }  // namespace dofra
 

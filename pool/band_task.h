@@ -6,6 +6,9 @@
 #include <cstdint>
 
 struct CThread_pool;
+namespace dofra {
+struct NoBleedTask;
+}
 
 // One task: a band of rows of one plane, rewritten every frame.
 struct BandTask {
@@ -30,6 +33,8 @@ struct BandTask {
   uint8_t* padded_input;      // shared by the bands of a plane
   uint8_t* integral_scratch;  // this band's own slice
   uint8_t* smoothed_plane;
+  // The no-glow blur's share of this band (opt-in); null on the default path.
+  const dofra::NoBleedTask* no_bleed;
 };
 
 #endif  // DOFRA_POOL_BAND_TASK_H

@@ -11,7 +11,8 @@ Installs the Debian packages each purpose needs, if missing (as root, else throu
   demo     compiler, CMake, pkg-config and the dofra tool's libraries (PNG, JPEG,
            libyuv, cpp-httplib, nlohmann-json): all that scripts/demo.sh needs
   test     the rest of the test toolchain: GoogleTest, Google Benchmark, clang with
-           libFuzzer, the arm64 cross compiler and arm64 libraries, qemu
+           libFuzzer, the arm64 cross compiler and arm64 libraries, qemu, Python
+           (scripts/mutate.py, scripts/speed_report.py)
   browser  Chromium for the browser tests; checks that node and npm are there
   bench    OpenCV, for the benchmark's optional peer
 Package-manager output goes to out/deps.log, shown only when it fails.
@@ -26,7 +27,7 @@ packages_for() {
       libcpp-httplib-dev nlohmann-json3-dev ;;
     test) echo libgtest-dev libbenchmark-dev clang-14 libclang-rt-14-dev g++-aarch64-linux-gnu \
       qemu-user libgtest-dev:arm64 libpng-dev:arm64 zlib1g-dev:arm64 libjpeg62-turbo-dev:arm64 \
-      libyuv-dev:arm64 ;;
+      libyuv-dev:arm64 python3 ;;
     browser) echo chromium ;;
     bench) echo libopencv-dev ;;
     *) return 1 ;;

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # scripts/fuzz.sh [SECONDS [TARGET...]]: builds the libFuzzer targets (clang,
 # AddressSanitizer + UndefinedBehaviorSanitizer) into build-fuzz and runs
-# each target (blur, weight, refine, picture, view_params; all by default) for
+# each target (blur, weight, refine, picture, view_params, no_bleed; all by default) for
 # SECONDS (default 600; 0 runs until stopped). The seed corpus in
 # tests/fuzz/corpus is read, never written; new inputs collect in out/fuzz/TARGET. Fails on the first
 # crash, sanitizer report, leak or timeout, leaving the input beside them.
@@ -10,7 +10,7 @@ cd "$(dirname "$0")/.."
 source scripts/steps.sh
 seconds=${1:-600}
 targets=("${@:2}")
-((${#targets[@]})) || targets=(blur weight refine picture view_params)
+((${#targets[@]})) || targets=(blur weight refine picture view_params no_bleed)
 
 step build-fuzz.configure "configure build-fuzz (clang, libFuzzer)" \
   cmake -S . -B build-fuzz -DCMAKE_BUILD_TYPE=Release -DCMAKE_C_COMPILER=clang-14 \

@@ -167,13 +167,6 @@ TEST_P(SmallFrames, AcceptedSizesAreProcessedExactly) {
 
 INSTANTIATE_TEST_SUITE_P(Factors, SmallFrames, ::testing::Values(2, 4, 6, 8));
 
-// FNV-1a, 64 bits.
-uint64_t Digest(const std::vector<uint8_t>& bytes) {
-  uint64_t h = 1469598103934665603ull;
-  for (uint8_t b : bytes) h = (h ^ b) * 1099511628211ull;
-  return h;
-}
-
 // A seeded frame through the whole pipeline at each factor: the same bytes at
 // every kernel level (this suite also runs with the scalar level forced).
 TEST(WholeFrame, DigestsAtEachFactor) {
@@ -183,7 +176,7 @@ TEST(WholeFrame, DigestsAtEachFactor) {
   for (int i = 0; i < 4; ++i) {
     const int s = 2 + 2 * i;
     const Handle handle(960, 540, s, const_cast<uint16_t*>(in.weights.data()));
-    EXPECT_EQ(Digest(RunPipeline(handle, in, 0)), expected[i])
+    EXPECT_EQ(FrameDigest(RunPipeline(handle, in, 0)), expected[i])
         << "x" << s << " at " << SimdLevelName(ActiveSimdLevel());
   }
 }

@@ -31,7 +31,8 @@ std::vector<uint8_t> Block(int32_t a, int32_t b, uint16_t m, uint16_t n, size_t 
 }
 
 // K = 300, floorDisparity = 1, offset = 4, extra = 1, whatever the signs of A
-// and B; a zero numerator gives a zero table.
+// and B; K = 510 (A / B = 1275, m = n = 1): offset 16 and extra 2, K / 255
+// truncated; a zero numerator gives a zero table.
 TEST(DepthTable, WorkedExample) {
   const int32_t a = 1572864000, b = 524288;
   const int32_t signs[][2] = {{a, b}, {-a, b}, {a, -b}, {-a, -b}};
@@ -47,6 +48,10 @@ TEST(DepthTable, WorkedExample) {
   uint8_t t[256];
   InitDisparityToDepth(reinterpret_cast<const DepthData*>(zero.data()), t);
   EXPECT_EQ(std::vector<uint8_t>(t, t + 256), std::vector<uint8_t>(256, 0));
+  const std::vector<uint8_t> k510 = Block(1275 * b, b, 1, 1, 0);
+  InitDisparityToDepth(reinterpret_cast<const DepthData*>(k510.data()), t);
+  EXPECT_EQ(std::vector<int>({t[0], t[17], t[18], t[19], t[255]}),
+            std::vector<int>({170, 170, 128, 102, 2}));
 }
 
 TEST(DepthTable, ConvertibleOnlyInsideInt32) {

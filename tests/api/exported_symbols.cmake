@@ -22,6 +22,7 @@ foreach(line ${lines})
 endforeach()
 list(SORT exported)
 set(expected DofraBlurImage DofraCreateWeightMap DofraDeinit DofraInit DofraRefineWeightMap
+             DofraSetNoBleed
              weight_async_process weight_deinit weight_init)
 if(NOT exported STREQUAL expected)
   message(FATAL_ERROR "exported: ${exported}\nexpected: ${expected}")

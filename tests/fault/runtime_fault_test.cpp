@@ -11,7 +11,9 @@
 #include <string>
 #include <vector>
 
+#include "blur/blur_context.h"
 #include "dofra_depth.h"
+#include "dofra_quality.h"
 #include "fault/fault_injection.h"
 #include "pool/thread_pool.h"
 #include "support/log_capture.h"
@@ -149,6 +151,36 @@ TEST(RuntimeFaultTest, TaskRecordsOfAFrame) {
   EXPECT_EQ(memcmp(dst->hostData(), expected->hostData(), dst->hostSize()), 0);
   EXPECT_EQ(log.Texts().front(),
             "L 183, pool_add_worker: can't alloc task, running it on the caller\n");
+  EXPECT_EQ(DofraDeinit(handle), 0);
+}
+
+// The no-glow blur allocates its record and its block when first switched
+// on; either failing is refused with one line and leaves the handle as it
+// was. Once on, a frame allocates only its four task records.
+TEST(RuntimeFaultTest, NoBleedScratchOnceAndNothingPerFrame) {
+  fault::Guard guard;
+  DofraParams params = Params1080();
+  DofraHandle* handle = nullptr;
+  ASSERT_EQ(DofraInit(&handle, &params), 0);
+  std::vector<uint16_t> weights(1920 * 1080, 1024);
+  DofraWeightMapInfo info{{0, 0, 0}, weights.data()};
+  ASSERT_EQ(DofraCreateWeightMap(handle, &info), 0);
+  const DofraNoBleed on = {1, 1, 2};
+  for (int nth : {1, 2}) {
+    LogCapture log;
+    fault::FailAllocation(nth);
+    EXPECT_EQ(DofraSetNoBleed(handle, &on), 1);
+    EXPECT_EQ(log.Texts(), std::vector<std::string>{
+                               "L 84, DofraSetNoBleed: scratch of 799936 bytes malloc error\n"});
+    EXPECT_EQ(handle->blur->no_bleed, nullptr);
+  }
+  fault::FailAllocation(0);  // counts only
+  ASSERT_EQ(DofraSetNoBleed(handle, &on), 0);
+  EXPECT_EQ(fault::AllocationCount(), 2);
+  android::GraphicBuffer frame(1920, 1080, android::HAL_PIXEL_FORMAT_YCrCb_420_SP, 0x33);
+  fault::FailAllocation(0);
+  ASSERT_EQ(DofraBlurImage(handle, &frame, &frame), 0);
+  EXPECT_EQ(fault::AllocationCount(), 4);
   EXPECT_EQ(DofraDeinit(handle), 0);
 }
 

@@ -10,6 +10,7 @@
 #include <random>
 
 #include "blur/kernels.h"
+#include "kernels/no_bleed_rows.h"
 #include "kernels/row_kernels.h"
 #include "support/test_image.h"
 #include "weight/refine_rows.h"
@@ -472,6 +473,132 @@ std::vector<KernelCase> ColumnSumsCases() {
   return cases;
 }
 
+
+// ------------------------------------------------------ no-glow rows -------
+const RowKernels& Rows(bool fast) { return fast ? ActiveRowKernels() : ScalarRowKernels(); }
+
+// Weights around a full weight drawn from the seed, often at or above it;
+// pattern 1 all below, pattern 2 all at it.
+void FillMap(uint16_t* w, size_t n, int pattern, uint16_t full, std::mt19937& rng) {
+  for (size_t i = 0; i < n; ++i) {
+    const int pick = static_cast<int>(rng() % 8);
+    const uint16_t low = static_cast<uint16_t>(rng() % (full + 1u));
+    w[i] = pattern == 1 ? static_cast<uint16_t>(full ? full - 1 : 0)
+           : pattern == 2 ? full
+           : pick < 5 ? full : pick == 5 ? static_cast<uint16_t>(rng()) : low;
+  }
+}
+
+uint16_t FullOf(const KernelCase& c) {
+  const uint16_t fulls[] = {1024, 960, 480, 0, 1};
+  return fulls[c.seed % 5];
+}
+
+// W columns of H rows (stride W + 5) to their minima.
+std::vector<uint8_t> RunMinRows(int, bool fast, const KernelCase& c, uint8_t fill) {
+  std::mt19937 rng(c.seed);
+  const size_t stride = static_cast<size_t>(c.W) + 5, n = stride * c.H;
+  FencedBytes rows(2 * n);
+  FillMap(reinterpret_cast<uint16_t*>(rows.data()), n, c.pattern, FullOf(c), rng);
+  Outputs out;
+  auto* dst = reinterpret_cast<uint16_t*>(out.Add(2 * static_cast<size_t>(c.W), fill, 2 * c.offset));
+  Rows(fast).map_min_rows(reinterpret_cast<const uint16_t*>(rows.data()), stride, c.H, dst, c.W);
+  return out.Bytes();
+}
+
+// One row of W minima (sw: block, r: pullback, sh: samples) to its mask and
+// the count of ones; the row and the pullback around it are scratch.
+std::vector<uint8_t> RunMaskRow(int lead, bool fast, const KernelCase& c, uint8_t fill) {
+  std::mt19937 rng(c.seed);
+  const uint16_t full = FullOf(c);
+  GuardedBytes row_bytes(2 * (static_cast<size_t>(c.W) + 2 * c.r), 0);
+  auto* row = reinterpret_cast<uint16_t*>(row_bytes.data()) + c.r;
+  FillMap(row, static_cast<size_t>(c.W), c.pattern, full, rng);
+  Outputs out;
+  uint8_t* mask = out.Add(static_cast<size_t>(lead) * c.sh, fill, c.offset);
+  const int ones = Rows(fast).mask_row[lead - 1](row, c.W, c.sw, c.r, full, mask, c.sh);
+  EXPECT_TRUE(row_bytes.GuardsIntact()) << "a write beyond the pullback";
+  std::vector<uint8_t> bytes = out.Bytes();
+  bytes.push_back(static_cast<uint8_t>(ones));
+  bytes.push_back(static_cast<uint8_t>(ones >> 8));
+  return bytes;
+}
+
+std::vector<KernelCase> MaskRowCases(int lead) {
+  std::vector<KernelCase> cases;
+  std::mt19937 rng(500 + lead);
+  const int blocks[] = {2, 4, 6, 8, 12, 16};
+  for (int i = 0; i < 160; ++i) {
+    const int block = blocks[i % 6];
+    const int samples = i < 40 ? 1 + i % 20 : 1 + static_cast<int>(rng() % 300);
+    const int W = block * samples + static_cast<int>(rng() % block);
+    const int pullback = static_cast<int>(rng() % (kNoBleedMaxPullback + 1));
+    cases.push_back({W, 0, block, samples, 0, 0, pullback, i % 4, i % 8, uint32_t(i)});
+  }
+  return cases;
+}
+
+// Random values and 0 / 1 masks (pattern 1 none counted, 2 all, 3 alternate).
+void FillMask(uint8_t* m, size_t n, int pattern, std::mt19937& rng) {
+  for (size_t i = 0; i < n; ++i)
+    m[i] = static_cast<uint8_t>(pattern == 1 ? 0 : pattern == 2 ? 1 : pattern == 3 ? i & 1 : rng() % 3 != 0);
+}
+
+// Sums of W columns from random start values: a row added, then H rows
+// added while as many leave.
+std::vector<uint8_t> RunMaskedSlide(int, bool fast, const KernelCase& c, uint8_t fill) {
+  std::mt19937 rng(c.seed);
+  const size_t n = static_cast<size_t>(c.W) * (c.H + 1);
+  Input v(n, 0, rng);
+  FencedBytes m(std::max<size_t>(n, 1));
+  FillMask(m.data(), n, c.pattern, rng);
+  Outputs out;
+  auto* vs = reinterpret_cast<uint16_t*>(out.Add(2 * static_cast<size_t>(c.W), fill, 2 * c.offset));
+  auto* ms = reinterpret_cast<uint16_t*>(out.Add(2 * static_cast<size_t>(c.W), fill, 2 * c.offset + 2));
+  const RowKernels& k = Rows(fast);
+  k.masked_slide_add(v.data(), m.data(), vs, ms, 0, c.W);
+  for (int y = 1; y <= c.H; ++y) {
+    const size_t in = static_cast<size_t>(y) * c.W, gone = in - c.W;
+    k.masked_slide_add_sub(v.data() + in, m.data() + in, v.data() + gone, m.data() + gone, vs, ms,
+                           c.first % (c.W + 1), c.W);
+  }
+  return out.Bytes();
+}
+
+// One output row of W values from the column sums of 5 rows of W + 4 * lead
+// values and masks, over a destination of defaults.
+std::vector<uint8_t> RunMaskedBox(int lead, bool fast, const KernelCase& c, uint8_t fill) {
+  std::mt19937 rng(c.seed);
+  const size_t m = static_cast<size_t>(c.W) + 2 * kNoBleedRadius * lead;
+  std::vector<uint8_t> v(m * kNoBleedTaps), mask(v.size());
+  FillRandom(v.data(), v.size(), rng);
+  if (c.pattern == 2) std::fill(v.begin(), v.end(), 255);
+  FillMask(mask.data(), mask.size(), c.pattern == 2 ? static_cast<int>(c.seed % 4) : c.pattern, rng);
+  FencedBytes sums(4 * m);
+  auto* vs = reinterpret_cast<uint16_t*>(sums.data());
+  uint16_t* ms = vs + m;
+  std::fill(vs, vs + 2 * m, 0);
+  for (int p = 0; p < kNoBleedTaps; ++p)
+    ScalarRowKernels().masked_slide_add(v.data() + p * m, mask.data() + p * m, vs, ms, 0,
+                                        static_cast<int>(m));
+  Outputs out;
+  uint8_t* dst = out.Add(static_cast<size_t>(c.W), fill, c.offset);
+  FillRandom(dst, static_cast<size_t>(c.W), rng);
+  Rows(fast).masked_box_row[lead - 1](vs, ms, dst, c.first % (c.W + 1), c.W);
+  return out.Bytes();
+}
+
+std::vector<KernelCase> NoBleedRowCases(int seed) {
+  std::vector<KernelCase> cases;
+  std::mt19937 rng(seed);
+  for (int i = 0; i < 150; ++i) {
+    const int W = i < 70 ? i : static_cast<int>(70 + rng() % 2100);
+    const int first = i % 5 == 4 ? static_cast<int>(rng() % (W + 1)) : 0;
+    cases.push_back({W, 1 + i % 9, 0, 0, first, 0, 0, i % 4, i % 8, uint32_t(i)});
+  }
+  return cases;
+}
+
 }  // namespace
 
 std::vector<KernelFamily> AllKernelFamilies() {
@@ -491,6 +618,12 @@ std::vector<KernelFamily> AllKernelFamilies() {
   all.push_back({"refine joint rows", 0, RunRefineRow, RefineRowCases()});
   all.push_back({"refine bilinear rows", 1, RunRefineRow, RefineRowCases()});
   all.push_back({"refine colour sums", 0, RunColumnSums, ColumnSumsCases()});
+  all.push_back({"no-glow min rows", 0, RunMinRows, NoBleedRowCases(600)});
+  all.push_back({"no-glow mask row Y", 1, RunMaskRow, MaskRowCases(1)});
+  all.push_back({"no-glow mask row UV", 2, RunMaskRow, MaskRowCases(2)});
+  all.push_back({"no-glow masked sums", 0, RunMaskedSlide, NoBleedRowCases(601)});
+  all.push_back({"no-glow masked box Y", 1, RunMaskedBox, NoBleedRowCases(602)});
+  all.push_back({"no-glow masked box UV", 2, RunMaskedBox, NoBleedRowCases(603)});
   return all;
 }
 

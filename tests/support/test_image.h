@@ -50,6 +50,13 @@ inline void FillRandomWeights(uint16_t* data, size_t size, std::mt19937& rng) {
   }
 }
 
+// FNV-1a, 64 bits, over a frame's bytes: the whole-frame digests.
+inline uint64_t FrameDigest(const std::vector<uint8_t>& bytes) {
+  uint64_t h = 1469598103934665603ull;
+  for (uint8_t b : bytes) h = (h ^ b) * 1099511628211ull;
+  return h;
+}
+
 // FNV-1a over a weight map's bytes, low byte first: the digests the weight
 // tests pin.
 inline uint64_t WeightMapDigest(const std::vector<uint16_t>& v) {

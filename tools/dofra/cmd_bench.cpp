@@ -58,7 +58,19 @@ struct Timings {
   std::vector<double> weight_ms;
   std::vector<double> refined_ms;
   std::vector<double> blur_ms;
+  std::vector<double> no_bleed_ms;  // the same frame with the no-glow blur
 };
+
+// The no-glow blur on the bench's handle: level 1, the default pullback.
+constexpr DofraNoBleed kNoBleedOn = {1, kBenchLevel, DOFRA_NO_BLEED_PULLBACK_DEFAULT};
+constexpr DofraNoBleed kNoBleedOff = {0, 0, 0};
+
+double TimeBlur(BlurSession* session, CacheFlusher* flusher) {
+  if (flusher) flusher->Flush();
+  const double t0 = NowMs();
+  if (!session->Blur()) throw std::runtime_error("DofraBlurImage failed (see --verbose)");
+  return NowMs() - t0;
+}
 
 // One weight map, timed alone.
 double TimeMap(WeightMapper* mapper, Point focus, CacheFlusher* flusher) {
@@ -70,20 +82,22 @@ double TimeMap(WeightMapper* mapper, Point focus, CacheFlusher* flusher) {
   return NowMs() - t0;
 }
 
-// frames x (weight map, refined map when asked, blur), each timed alone;
-// cold frames flush the caches first.
+// frames x (weight map, refined map when asked, blur, no-glow blur when
+// asked), each timed alone; cold frames flush the caches first.
 Timings Measure(WeightMapper* mapper, WeightMapper* refiner, BlurSession* session, Point focus,
-                int frames, bool cold, int* done, int total) {
+                int frames, bool cold, bool no_bleed, int* done, int total) {
   std::unique_ptr<CacheFlusher> flusher(cold ? new CacheFlusher : nullptr);
   const bool progress = isatty(STDOUT_FILENO) != 0;
   Timings t;
   for (int i = 0; i < frames; ++i) {
     t.weight_ms.push_back(TimeMap(mapper, focus, flusher.get()));
     if (refiner) t.refined_ms.push_back(TimeMap(refiner, focus, flusher.get()));
-    if (cold) flusher->Flush();
-    const double t0 = NowMs();
-    if (!session->Blur()) throw std::runtime_error("DofraBlurImage failed (see --verbose)");
-    t.blur_ms.push_back(NowMs() - t0);
+    t.blur_ms.push_back(TimeBlur(session, flusher.get()));
+    if (no_bleed) {
+      session->SetNoBleed(kNoBleedOn);
+      t.no_bleed_ms.push_back(TimeBlur(session, flusher.get()));
+      session->SetNoBleed(kNoBleedOff);
+    }
     if (progress) ShowProgress(++*done, total);
   }
   return t;
@@ -98,18 +112,22 @@ double Median(std::vector<double> ms) {
 
 const CommandSpec kBenchCommand = {
     "bench",
-    "[--size WxH] [--scale S] [--frames N] [--cache hot|cold|both] [--refine] [--verbose]",
+    "[--size WxH] [--scale S] [--frames N] [--cache hot|cold|both] [--refine] [--no-bleed]\n"
+    "[--verbose]",
     "Times the weight map and the blur of N frames of the generated scene and prints\n"
     "percentiles. Hot frames reuse one frame that stays in the caches; before each cold\n"
     "frame a 64 MiB write pushes the frames and the library's buffers out of them.\n"
     "--refine also times the refined weight map (guided by the frame), interleaved\n"
-    "with the others, and its median against the plain map's.",
+    "with the others, and its median against the plain map's. --no-bleed also times\n"
+    "each frame again with the no-glow blur on (level 1, pullback 2), and its median\n"
+    "against the default blur's.",
     {
         {"--size", "WxH", "1920x1080", "frame size, one the library accepts"},
         {"--scale", "S", "4", "blur factor: 2, 4, 6 or 8"},
         {"--frames", "N", "100", "frames per cache state"},
         {"--cache", "STATE", "both", "hot, cold or both"},
         {"--refine", nullptr, "off", "also time the refined weight map"},
+        {"--no-bleed", nullptr, "off", "also time the no-glow blur (DofraSetNoBleed)"},
         {"--verbose", nullptr, nullptr, "show the library's log lines"},
     }};
 
@@ -154,7 +172,8 @@ int RunBench(const std::vector<std::string>& args) {
   const int total = frames * static_cast<int>(states.size());
   for (bool cold : states) {
     results.emplace_back(cold ? "cold" : "hot", Measure(&mapper, refiner.get(), session.get(),
-                                                        scene.focus, frames, cold, &done, total));
+                                                        scene.focus, frames, cold,
+                                                        options.Has("--no-bleed"), &done, total));
   }
   printf("%s at scale %d, %d frames per cache state, %s kernels (detected)\n",
          SizeText(size).c_str(), scale, frames, DetectedKernels());
@@ -163,11 +182,18 @@ int RunBench(const std::vector<std::string>& args) {
     PrintRow(std::string("weight map, ") + result.first, result.second.weight_ms);
     if (refiner) PrintRow(std::string("weight map --refine, ") + result.first, result.second.refined_ms);
     PrintRow(std::string("blur, ") + result.first, result.second.blur_ms);
+    if (!result.second.no_bleed_ms.empty())
+      PrintRow(std::string("blur --no-bleed, ") + result.first, result.second.no_bleed_ms);
   }
   for (const auto& result : results) {
     if (!refiner) break;
     printf("refined / plain weight map, %s: %.2f (medians)\n", result.first,
            Median(result.second.refined_ms) / Median(result.second.weight_ms));
+  }
+  for (const auto& result : results) {
+    if (result.second.no_bleed_ms.empty()) break;
+    printf("blur --no-bleed / blur, %s: %.2f (medians)\n", result.first,
+           Median(result.second.no_bleed_ms) / Median(result.second.blur_ms));
   }
   return 0;
 }

@@ -144,6 +144,7 @@ int BlurRaw(const Options& options, const BlurSettings& s, const Outputs& o) {
   mapper.SetGuide(session->source());  // read by the refined map only
   MapWeights(&mapper, s, disparity, focus);
   session->SetWeights(mapper.weights());
+  session->SetNoBleed(NoBleedMode(s));
   if (!session->Blur()) throw std::runtime_error("DofraBlurImage failed (see --verbose)");
   if (!o.weights_path.empty()) WritePng(o.weights_path, mapper.WeightPicture());
   const uint8_t* out = session->destination();

@@ -77,7 +77,10 @@ const CommandSpec kDemoCommand = {
     "factor, writes the pictures and prints the time of each stage. A size the library\n"
     "refuses at a factor is padded to the nearest size it accepts and cropped back.\n"
     "The first factor is also blurred under the refined weight map (guided by the frame):\n"
-    "refined.png shows both maps above both blurs, plain left, refined right.",
+    "refined.png shows both maps above both blurs, plain left, refined right.\n"
+    "The first factor is blurred once more with the no-glow blur (DofraSetNoBleed) under\n"
+    "each map: no_bleed.png shows the blurs without it above those with it, plain left,\n"
+    "refined right.",
     {
         {"--out", "DIR", "out/demo", "directory of the pictures"},
         {"--size", "WxH", "1920x1080", "frame size"},
@@ -157,6 +160,21 @@ int RunDemo(const std::vector<std::string>& args) {
   if (!first.Blur()) throw std::runtime_error("DofraBlurImage failed");
   const Image refined_blur = first.Result();
 
+  // The first factor with the no-glow blur, under each map.
+  const DofraNoBleed no_bleed_on = {1, level, DOFRA_NO_BLEED_PULLBACK_DEFAULT};
+  std::vector<Image> no_bleed;
+  for (uint16_t* weights : {mapper.weights(), refined.data()}) {
+    first.SetWeights(weights);
+    first.SetNoBleed(no_bleed_on);
+    t0 = NowMs();
+    if (!first.Blur()) throw std::runtime_error("DofraBlurImage failed");
+    timings.push_back({std::string("DofraBlurImage --no-bleed") +
+                           (no_bleed.empty() ? "" : " --refine") + " x" +
+                           std::to_string(frames[0].first),
+                       NowMs() - t0});
+    no_bleed.push_back(first.Result());
+  }
+
   t0 = NowMs();
   const Image weight_picture = mapper.WeightPicture();
   const Image weights = GrayToRgba(weight_picture);
@@ -174,6 +192,10 @@ int RunDemo(const std::vector<std::string>& args) {
   WritePng(out_dir + refined_name, refined_blur);
   WritePng(out_dir + "/refined.png",
            MakeSheet({&weights, &refined_weights, &outputs[0], &refined_blur}, 2));
+  const std::string no_bleed_name = "/blur_x" + std::to_string(frames[0].first) + "_no_bleed.png";
+  WritePng(out_dir + no_bleed_name, no_bleed[0]);
+  WritePng(out_dir + "/no_bleed.png",
+           MakeSheet({&outputs[0], &refined_blur, &no_bleed[0], &no_bleed[1]}, 2));
   timings.push_back({"PNG files", NowMs() - t0});
 
   printf("scene %s, focus %d,%d, level %d; pictures in %s\n", SizeText(size).c_str(), scene.focus.x,

@@ -224,6 +224,12 @@ void BlurSession::SetWeights(uint16_t* weights) {
   }
 }
 
+void BlurSession::SetNoBleed(const DofraNoBleed& mode) {
+  if (DofraSetNoBleed(handle_, &mode) != 0) {
+    throw std::runtime_error("the library refused the no-glow blur (see --verbose)");
+  }
+}
+
 bool BlurSession::Blur() { return DofraBlurImage(handle_, src_.get(), dst_.get()) == 0; }
 
 }  // namespace dofra_tool

@@ -113,6 +113,9 @@ class BlurSession {
   void PrimeDestination();
 
   void SetWeights(uint16_t* weights);
+  // The no-glow blur on (with its level and pullback) or off, for the next
+  // frames; needs the weights set. Throws when the library refuses.
+  void SetNoBleed(const DofraNoBleed& mode);
   // One frame through DofraBlurImage; false when the library refuses.
   bool Blur();
 

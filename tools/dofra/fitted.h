@@ -29,6 +29,8 @@ class FittedFrame {
   void Load(const Image& rgba);
   // A weight map of the picture's size, grown to the frame by replication.
   void SetWeights(const uint16_t* weights);
+  // The no-glow blur on or off for the next frames (after SetWeights).
+  void SetNoBleed(const DofraNoBleed& mode) { session_->SetNoBleed(mode); }
   // One frame through DofraBlurImage; false when the library refuses.
   bool Blur() { return session_->Blur(); }
   // The destination frame as RGBA, cropped to the picture.

@@ -20,9 +20,10 @@ const Method kMethods[] = {
 constexpr int kBaseline = 1;
 constexpr int kCandidate = 2;
 
-// The map of one method for a disparity map of `map_size`.
-std::vector<uint16_t> MapOf(const QualityScene& scene, const uint8_t* guide, Size map_size,
-                            MapMethod method, const EdgeSettings& settings) {
+}  // namespace
+
+std::vector<uint16_t> SceneWeights(const QualityScene& scene, const uint8_t* guide, Size map_size,
+                                   MapMethod method, int level, const DofraRefineTuning* tuning) {
   const Size size{scene.picture.width, scene.picture.height};
   WeightMapper mapper(size, map_size, method);
   const Image disparity = map_size.width == size.width && map_size.height == size.height
@@ -30,12 +31,14 @@ std::vector<uint16_t> MapOf(const QualityScene& scene, const uint8_t* guide, Siz
                               : ResizeGray(scene.disparity, map_size.width, map_size.height);
   mapper.SetDepth(QualityCalibration(), disparity);
   mapper.SetGuide(guide);
-  mapper.SetTuning(settings.tuning);
-  if (!mapper.Compute(settings.level, scene.focus))
+  mapper.SetTuning(tuning);
+  if (!mapper.Compute(level, scene.focus))
     throw InputError("the library refused the weight map of scene '" + scene.name + "'");
   const uint16_t* w = mapper.weights();
   return std::vector<uint16_t>(w, w + static_cast<size_t>(size.width) * size.height);
 }
+
+namespace {
 
 ScoreTable NewTable(const std::string& title) {
   ScoreTable t;
@@ -57,7 +60,7 @@ std::vector<ScoreTable> MeasureEdges(const EdgeSettings& settings) {
   for (const QualityScene& scene : MakeQualityScenes(size)) {
     RgbaToNv21(scene.picture, guide.data());
     const std::vector<uint16_t> reference =
-        MapOf(scene, guide.data(), size, MapMethod::kPlain, settings);
+        SceneWeights(scene, guide.data(), size, MapMethod::kPlain, settings.level, settings.tuning);
     const std::vector<uint8_t> band = EdgeBand(scene.disparity, kEdgeBandRadius, kEdgeStep);
     const SceneRegion whole = {scene.name, 0, 0, size.width, size.height};
     for (int divisor : settings.divisors) {
@@ -67,7 +70,8 @@ std::vector<ScoreTable> MeasureEdges(const EdgeSettings& settings) {
       std::vector<ScoreRow> parts;
       for (const SceneRegion& part : scene.parts) parts.push_back({part.name + at, {}});
       for (const Method& m : kMethods) {
-        const std::vector<uint16_t> map = MapOf(scene, guide.data(), map_size, m.method, settings);
+        const std::vector<uint16_t> map = SceneWeights(scene, guide.data(), map_size, m.method,
+                                                         settings.level, settings.tuning);
         row.cells.push_back(ScoreMap(map.data(), reference.data(), band, size.width, whole));
         for (size_t p = 0; p < scene.parts.size(); ++p)
           parts[p].cells.push_back(

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "cli.h"
+#include "engine.h"
 #include "quality_metric.h"
 
 namespace dofra_tool {
@@ -22,6 +23,13 @@ struct EdgeSettings {
   const DofraRefineTuning* tuning = nullptr;  // the library's defaults
   std::vector<int> divisors = {8, 4};         // disparity at W / divisor
 };
+
+// The W x H map of one method from the scene's disparity box-resampled to
+// `map_size` (as dofra blur gives it), focused on the scene's focus; the
+// refined map is guided by `guide` (the scene's NV21 frame). InputError
+// when the library refuses.
+std::vector<uint16_t> SceneWeights(const QualityScene& scene, const uint8_t* guide, Size map_size,
+                                   MapMethod method, int level, const DofraRefineTuning* tuning);
 
 // Columns default, no smoothing, refined. Two tables: every scene whole at
 // each divisor, then the bars scene bar by bar.

@@ -68,6 +68,18 @@ Rgb Wall(int x, int y) {
   return Mix(c, Rgb{110, 60, 70}, 0.8 * motif);
 }
 
+// A dark wall far behind: mottled slate with a fine brick grid.
+Rgb DarkWall(int x, int y) {
+  const Rgb c = Mix(Rgb{30, 32, 38}, Rgb{75, 70, 68}, Fractal(x, y, 606));
+  const bool joint = y % 18 < 2 || (x + (y / 18 % 2) * 20) % 40 < 2;
+  return joint ? Mix(c, Rgb{15, 15, 18}, 0.7) : c;
+}
+
+// A bright, lightly textured subject.
+Rgb BrightDisc(int x, int y) {
+  return Mix(Rgb{215, 205, 190}, Rgb{250, 245, 235}, Fractal(x * 0.7, y * 0.7, 707));
+}
+
 // Leaves: green with veins and light spots.
 Rgb Foliage(int x, int y) {
   const double n = Fractal(x * 1.3, y * 1.3, 202);
@@ -214,6 +226,25 @@ QualityScene SameTexture(Size size) {
 }
 
 }  // namespace
+
+GlowScene MakeGlowScene(Size size, double radius) {
+  GlowScene g;
+  g.cx = size.width / 2.0;
+  g.cy = size.height / 2.0;
+  g.radius = radius;
+  const double cx = g.cx, cy = g.cy;
+  g.disc = Blank("disc and wall", size, Point{static_cast<int>(cx), static_cast<int>(cy)});
+  auto wall_disparity = [](int, int) { return Constant(kWallDisparity); };
+  auto near = [](int, int) { return Constant(kNearDisparity); };
+  Render({DarkWall, wall_disparity,
+          [=](double x, double y) { return (x - cx) * (x - cx) + (y - cy) * (y - cy) < radius * radius; },
+          BrightDisc, near},
+         &g.disc);
+  QualityScene wall = Blank("wall", size, g.disc.focus);
+  Render({DarkWall, wall_disparity, [](double, double) { return false; }, BrightDisc, near}, &wall);
+  g.wall = wall.picture;
+  return g;
+}
 
 std::vector<QualityScene> MakeQualityScenes(Size size) {
   return {Disc(size), Bars(size), Slanted(size), SameTexture(size)};

@@ -31,6 +31,15 @@ struct QualityScene {
 // a blob whose texture has the same statistics as the background behind it.
 std::vector<QualityScene> MakeQualityScenes(Size size);
 
+// The glow scene: a bright disc in focus (disparity 120) before a dark
+// textured wall far behind it (disparity 40), and the same wall alone.
+struct GlowScene {
+  QualityScene disc;  // focus at the disc's centre
+  Image wall;         // RGBA, the wall without the disc
+  double cx, cy, radius;
+};
+GlowScene MakeGlowScene(Size size, double radius);
+
 // The calibration the scenes' disparities are chosen for (dofra blur's
 // default): depth = 2400 / (disparity + 6).
 Calibration QualityCalibration();

@@ -62,6 +62,10 @@ double MapWeights(WeightMapper* mapper, const BlurSettings& settings, const Imag
   return NowMs() - t0;
 }
 
+DofraNoBleed NoBleedMode(const BlurSettings& settings) {
+  return {settings.no_bleed ? 1 : 0, settings.level, settings.pullback};
+}
+
 PictureRenderer::PictureRenderer(PictureInputs inputs) : inputs_(std::move(inputs)) {}
 
 FittedFrame& PictureRenderer::Frame(int scale) {
@@ -102,6 +106,7 @@ CallTimes PictureRenderer::Render(const BlurSettings& settings, Point focus) {
   times.weight_ms =
       settings.refine ? RefinedWeights(fitted, settings, focus) : PlainWeights(settings, focus);
   fitted.SetWeights(weights_.data());
+  fitted.SetNoBleed(NoBleedMode(settings));
   const double t0 = NowMs();
   if (!fitted.Blur()) throw std::runtime_error("DofraBlurImage failed (see --verbose)");
   times.blur_ms = NowMs() - t0;

@@ -41,6 +41,9 @@ Image LoadDisparity(const Options& options, const BlurSettings& settings, Size p
 double MapWeights(WeightMapper* mapper, const BlurSettings& settings, const Image& disparity,
                   Point focus);
 
+// The no-glow mode record the settings ask for (enable 0 when off).
+DofraNoBleed NoBleedMode(const BlurSettings& settings);
+
 // What each library call of one render took.
 struct CallTimes {
   double weight_ms = 0;

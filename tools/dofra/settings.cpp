@@ -5,6 +5,7 @@ namespace dofra_tool {
 namespace {
 
 constexpr int kMaxDisparityValue = 255;
+constexpr int kMaxPullback = 8;  // DOFRA_NO_BLEED_PULLBACK_MAX: the library refuses more
 
 }  // namespace
 
@@ -20,6 +21,10 @@ std::vector<OptionSpec> SettingOptions() {
       {"--unknown", "V", "0", "disparity value that marks unknown pixels, filled from around"},
       {"--keep-unknown", nullptr, nullptr, "pass unknown pixels on as they are"},
       {"--refine", nullptr, "off", "refine the weight map with the picture (DofraRefineWeightMap)"},
+      // The no-glow blur.
+      {"--no-bleed", nullptr, "off",
+       "keep in-focus colours out of the blurred background (DofraSetNoBleed)"},
+      {"--pullback", "N", "2", "no-glow blur: frame pixels kept clear of the subject (0..8)"},
   };
 }
 
@@ -38,6 +43,8 @@ BlurSettings ParseBlurSettings(const Options& options) {
   s.has_map_size = options.Has("--disparity-size");
   if (s.has_map_size) s.map_size = options.GetSize("--disparity-size");
   s.refine = options.Has("--refine");
+  s.no_bleed = options.Has("--no-bleed");
+  s.pullback = options.GetInt("--pullback", 0, kMaxPullback);
   return s;
 }
 

@@ -25,7 +25,11 @@ struct BlurSettings {
   bool has_map_size = false;
   Size map_size;        // --disparity-size
   bool refine = false;  // DofraRefineWeightMap instead of weight_async_process
+  // The no-glow blur (DofraSetNoBleed) and its pullback in frame pixels.
+  bool no_bleed = false;
+  int pullback = 2;
 };
+
 
 // Throws InputError naming the first option that is malformed or out of range.
 BlurSettings ParseBlurSettings(const Options& options);

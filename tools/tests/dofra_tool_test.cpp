@@ -171,7 +171,7 @@ TEST_F(ToolTest, DemoWritesPicturesOfTheFrameSize) {
   EXPECT_NE(run.out.find("padding 320x240 to "), std::string::npos) << run.out;
   EXPECT_EQ(run.err, "");  // the library's log stays quiet without --verbose
   for (const char* name : {"input", "weights", "blur_x2", "blur_x4", "blur_x6", "blur_x8",
-                           "weights_refined", "blur_x2_refined"}) {
+                           "weights_refined", "blur_x2_refined", "blur_x2_no_bleed"}) {
     bool alpha = false;
     const Image picture = ReadPicture(Path(std::string("demo/") + name + ".png"), &alpha);
     EXPECT_EQ(picture.width, 320) << name;
@@ -194,6 +194,8 @@ TEST_F(ToolTest, HelpAndVersionAnswer) {
   }
   EXPECT_NE(Tool({"--version"}).out.find("libdofra_depth built"), std::string::npos);
   EXPECT_NE(Tool({"bench", "--help"}).out.find("--refine"), std::string::npos);
+  EXPECT_NE(Tool({"bench", "--help"}).out.find("--no-bleed"), std::string::npos);
+  EXPECT_NE(run.out.find("--pullback N"), std::string::npos);
 }
 
 // Sizes the library takes as they are and sizes the tool must pad, from PNG,
@@ -202,6 +204,7 @@ struct BlurCase {
   Size size;
   const char* input;
   bool refine = false;  // the refined weight map
+  bool no_bleed = false;  // the no-glow blur
 };
 
 class BlurTest : public ToolTest, public ::testing::WithParamInterface<BlurCase> {};
@@ -235,6 +238,7 @@ TEST_P(BlurTest, KeepsTheFocusSharpAndBlursTheRest) {
                                    Path("w.png")};
   if (raw) args.insert(args.end(), {"--size", SizeText(size), "--verbose"});
   if (GetParam().refine) args.push_back("--refine");
+  if (GetParam().no_bleed) args.insert(args.end(), {"--no-bleed", "--pullback", "3"});
   const ToolRun run = Tool(args);
   ASSERT_EQ(run.status, 0) << run.err;
   EXPECT_EQ(run.err.find("DofraBlurImage") != std::string::npos, raw);  // the library's log
@@ -277,7 +281,9 @@ INSTANTIATE_TEST_SUITE_P(Sizes, BlurTest,
                                            BlurCase{{kW, 117}, "in.png"},
                                            BlurCase{{kW, kH}, "in.yuv"},
                                            BlurCase{{203, 117}, "in.png", true},
-                                           BlurCase{{kW, kH}, "in.yuv", true}));
+                                           BlurCase{{kW, kH}, "in.yuv", true},
+                                           BlurCase{{203, 117}, "in.png", false, true},
+                                           BlurCase{{kW, kH}, "in.yuv", true, true}));
 
 struct BadInput {
   const char* name;
@@ -415,6 +421,8 @@ INSTANTIATE_TEST_SUITE_P(
                  "--unknown must lie in 0..255, not 256"},
         BadInput{"UnknownAndKeep", NoFiles({"--unknown", "3", "--keep-unknown"}),
                  "--unknown and --keep-unknown exclude each other"},
+        BadInput{"PullbackNine", NoFiles({"--no-bleed", "--pullback", "9"}),
+                 "--pullback must lie in 0..8, not 9"},
         BadInput{
             "OutputIsImage",
             {"blur", "--image", "@/none.png", "--disparity", "@/none2.png", "-o", "@/./none.png"},

@@ -3,10 +3,13 @@
 // over the plain map without smoothing.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include <string>
 #include <vector>
 
 #include "quality_edges.h"
+#include "quality_glow.h"
 
 namespace dofra_tool {
 namespace {
@@ -80,6 +83,35 @@ TEST(EdgeQuality, BandAroundDepthJumps) {
   EXPECT_EQ(s.pixels, 7 * 30);
   EXPECT_DOUBLE_EQ(s.mean, 127.5);
   EXPECT_DOUBLE_EQ(s.share_off, 1.0);
+}
+
+// The glow table at its defaults: figures within 10 % (or 0.5 points near
+// 0), and the goals: with the refined map at most 3 % and 1 %, with
+// the plain map at most 10 % and 3 %.
+TEST(GlowQuality, FiguresAsRecordedAndGoalsMet) {
+  const struct {
+    const char* label;
+    double near, wide;
+  } pinned[] = {{"default", 13.0, 3.8},
+                {"--no-bleed", 9.9, 2.8},
+                {"--refine", 20.5, 5.7},
+                {"--refine --no-bleed", 0.0, 0.0}};
+  const GlowTable table = MeasureGlow(GlowSettings{});
+  auto find = [&](const std::string& label) -> const GlowRow& {
+    for (const GlowRow& row : table.rows)
+      if (row.label == label) return row;
+    ADD_FAILURE() << "no row " << label;
+    return table.rows.front();
+  };
+  for (const auto& p : pinned) {
+    const GlowRow& row = find(p.label);
+    EXPECT_NEAR(row.near, p.near, std::max(0.1 * p.near, 0.5)) << p.label;
+    EXPECT_NEAR(row.wide, p.wide, std::max(0.1 * p.wide, 0.5)) << p.label;
+  }
+  EXPECT_LE(find("--refine --no-bleed").near, 3.0);
+  EXPECT_LE(find("--refine --no-bleed").wide, 1.0);
+  EXPECT_LE(find("--no-bleed").near, 10.0);
+  EXPECT_LE(find("--no-bleed").wide, 3.0);
 }
 
 }  // namespace

@@ -212,6 +212,16 @@ test('the exported PNG is byte for byte what the exported command writes', async
   await shot('view');
 });
 
+test('the no-glow switch renders anew, reaches the command line, and A can show the default', async () => {
+  const before = await canvasPixels();
+  await rendered(() => page.check('#p-no_bleed'), (q) => q.get('no_bleed') === '1');
+  assert.notDeepEqual(await canvasPixels(), before);
+  assert.match(await page.inputValue('#command'), / --no-bleed --pullback 2 /);
+  assert.equal(await page.locator('#a-side option[value="default"]').count(), 1);
+  await shot('no-bleed');
+  await rendered(() => page.uncheck('#p-no_bleed'), (q) => q.get('no_bleed') === '0');
+});
+
 test('no console errors', () => {
   assert.deepEqual(errors, []);
 });
