@@ -36,6 +36,38 @@ inline void RefineWalk(const RefineColumns& cols, int from, int to, Rest rest, S
   }
 }
 
+// The scalar formulas, for what the walks leave (looked up once: they run
+// per run).
+inline void JointFormula(const RefineRow& row, const RefineColumns& cols, const RefineTables& t,
+                         int from, int to) {
+  static const RefineRowFn formula = ScalarRowKernels().refine_joint_row;
+  formula(row, cols, t, from, to);
+}
+
+inline void BilinearFormula(const RefineRow& row, const RefineColumns& cols, const RefineTables& t,
+                            int from, int to) {
+  static const RefineRowFn formula = ScalarRowKernels().refine_bilinear_row;
+  formula(row, cols, t, from, to);
+}
+
+// Bilinear rows in steps of 8 columns: 16 columns per step, two halves of 8
+// from one load per sample row; runs of 8 to 15 columns in steps of 8,
+// shorter ones by the formula. half(x, base) writes the 8 columns from x
+// whose samples load at sample `base`.
+template <typename Half>
+inline void BilinearWalk8(const RefineRow& row, const RefineColumns& cols, const RefineTables& t,
+                          int from, int to, Half half) {
+  auto eights = [&](int a, int b) {
+    RefineWalk<kRefineGroup / 2>(
+        cols, a, b, [&](int c, int d) { BilinearFormula(row, cols, t, c, d); },
+        [&](int x) { half(x, cols.ix[x]); });
+  };
+  RefineWalk<kRefineGroup>(cols, from, to, eights, [&](int x) {
+    half(x, cols.ix[x]);
+    half(x + kRefineGroup / 2, cols.ix[x]);
+  });
+}
+
 }  // namespace
 
 }  // namespace dofra

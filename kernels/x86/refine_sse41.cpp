@@ -9,19 +9,6 @@ namespace dofra {
 
 namespace {
 
-// The formulas, for what the walks leave (looked up once: they run per run).
-void JointFormula(const RefineRow& row, const RefineColumns& cols, const RefineTables& t, int from,
-                  int to) {
-  static const RefineRowFn formula = ScalarRowKernels().refine_joint_row;
-  formula(row, cols, t, from, to);
-}
-
-void BilinearFormula(const RefineRow& row, const RefineColumns& cols, const RefineTables& t,
-                     int from, int to) {
-  static const RefineRowFn formula = ScalarRowKernels().refine_bilinear_row;
-  formula(row, cols, t, from, to);
-}
-
 // 8 columns per step (16-bit lanes); remainder: the last step moved back
 // (RefineWalk), the formula on runs shorter than one step.
 void JointRow_SSE41(const RefineRow& row, const RefineColumns& cols, const RefineTables& t,
@@ -32,22 +19,12 @@ void JointRow_SSE41(const RefineRow& row, const RefineColumns& cols, const Refin
       [&](int x) { StoreWeights8(row.out + x, JointDepth8(row, cols, t, rw, x), t.weights); });
 }
 
-// 16 columns per step, two halves of 8 from one load per sample row; runs of
-// 8 to 15 columns in steps of 8, shorter ones by the formula.
+// Steps of 8 columns, as BilinearWalk8 lays them out.
 void BilinearRow_SSE41(const RefineRow& row, const RefineColumns& cols, const RefineTables& t,
                        int from, int to) {
   const __m128i fy7 = _mm_set1_epi16(static_cast<int16_t>(row.fy << 7));
-  auto half = [&](int x, int base) {
+  BilinearWalk8(row, cols, t, from, to, [&](int x, int base) {
     StoreWeights8(row.out + x, BilinearDepth8(row, cols, fy7, x, base), t.weights);
-  };
-  auto eights = [&](int a, int b) {
-    RefineWalk<kLanes>(
-        cols, a, b, [&](int c, int d) { BilinearFormula(row, cols, t, c, d); },
-        [&](int x) { half(x, cols.ix[x]); });
-  };
-  RefineWalk<kRefineGroup>(cols, from, to, eights, [&](int x) {
-    half(x, cols.ix[x]);
-    half(x + kLanes, cols.ix[x]);
   });
 }
 
