@@ -100,17 +100,23 @@ struct RefineSetup : WeightSetup {
   }
 };
 
-template <bool kCold>
-void Weight_AsyncProcess(benchmark::State& state) {
-  WeightSetup s;
-  Outputs outputs(kCold);
+// Each iteration writes one map into the next output buffer.
+template <typename MakeMap>
+void TimeMaps(benchmark::State& state, bool cold, MakeMap make) {
+  Outputs outputs(cold);
   for (auto _ : state) {
     uint16_t* out = outputs.Next();
-    weight_async_process(&s.request, &s.handle, out);
+    make(out);
     benchmark::DoNotOptimize(out);
     benchmark::ClobberMemory();
   }
   Finish(state);
+}
+
+template <bool kCold>
+void Weight_AsyncProcess(benchmark::State& state) {
+  WeightSetup s;
+  TimeMaps(state, kCold, [&](uint16_t* out) { weight_async_process(&s.request, &s.handle, out); });
 }
 BENCHMARK_TEMPLATE(Weight_AsyncProcess, false)->Unit(benchmark::kMicrosecond);
 BENCHMARK_TEMPLATE(Weight_AsyncProcess, true)->Unit(benchmark::kMicrosecond);
@@ -120,14 +126,9 @@ BENCHMARK_TEMPLATE(Weight_AsyncProcess, true)->Unit(benchmark::kMicrosecond);
 template <bool kCold>
 void Weight_RefineMap(benchmark::State& state) {
   RefineSetup s;
-  Outputs outputs(kCold);
-  for (auto _ : state) {
-    uint16_t* out = outputs.Next();
+  TimeMaps(state, kCold, [&](uint16_t* out) {
     DofraRefineWeightMap(&s.request, s.refiner, &s.guide, nullptr, out);
-    benchmark::DoNotOptimize(out);
-    benchmark::ClobberMemory();
-  }
-  Finish(state);
+  });
 }
 BENCHMARK_TEMPLATE(Weight_RefineMap, false)->Unit(benchmark::kMicrosecond)->UseRealTime();
 BENCHMARK_TEMPLATE(Weight_RefineMap, true)->Unit(benchmark::kMicrosecond)->UseRealTime();
