@@ -12,7 +12,11 @@
 #include <smmintrin.h>
 #endif
 
+#include "bench/bench_level.h"
 #include "dofra_depth.h"
+#include "dofra_quality.h"
+#include "kernels/row_kernels.h"
+#include "weight/refine_rows.h"
 #include "weight/weight_context.h"
 #include "weight/weight_internal.h"
 
@@ -67,20 +71,112 @@ struct WeightSetup {
   ~WeightSetup() { weight_deinit(&handle); }
 };
 
-template <bool kCold>
-void Weight_AsyncProcess(benchmark::State& state) {
-  WeightSetup s;
-  Outputs outputs(kCold);
+// The refined map of the same disparity on a DofraInit handle (its workers
+// run the rows), guided by a frame whose luma follows the depth layers under
+// a fine texture.
+struct RefineSetup : WeightSetup {
+  DofraHandle* refiner = nullptr;
+  std::vector<uint8_t> nv21;
+  DofraGuide guide;
+
+  RefineSetup() : nv21(kMapEntries * 3 / 2), guide{nv21.data(), kW, kH} {
+    DofraParams params = {kW, kH, kDW, kDH, 5, 0, 4, 5};
+    DofraInit(&refiner, &params);
+    weight_deinit(refiner);  // the blank record
+    weight_init(&params, refiner);
+    std::mt19937 rng(5);
+    const uint8_t* depth = block.data() + DOFRA_DEPTH_HEADER_SIZE;
+    for (int y = 0; y < kH; ++y)
+      for (int x = 0; x < kW; ++x)
+        nv21[size_t(y) * kW + x] =
+            static_cast<uint8_t>(depth[(y * kDH / kH) * kDW + x * kDW / kW] * 18 + rng() % 24);
+    for (size_t i = kMapEntries; i < nv21.size(); ++i)
+      nv21[i] = static_cast<uint8_t>(120 + rng() % 16);
+  }
+  ~RefineSetup() {
+    weight_deinit(refiner);
+    refiner->weight = nullptr;
+    DofraDeinit(refiner);
+  }
+};
+
+// Each iteration writes one map into the next output buffer.
+template <typename MakeMap>
+void TimeMaps(benchmark::State& state, bool cold, MakeMap make) {
+  Outputs outputs(cold);
   for (auto _ : state) {
     uint16_t* out = outputs.Next();
-    weight_async_process(&s.request, &s.handle, out);
+    make(out);
     benchmark::DoNotOptimize(out);
     benchmark::ClobberMemory();
   }
   Finish(state);
 }
+
+template <bool kCold>
+void Weight_AsyncProcess(benchmark::State& state) {
+  WeightSetup s;
+  TimeMaps(state, kCold, [&](uint16_t* out) { weight_async_process(&s.request, &s.handle, out); });
+}
 BENCHMARK_TEMPLATE(Weight_AsyncProcess, false)->Unit(benchmark::kMicrosecond);
 BENCHMARK_TEMPLATE(Weight_AsyncProcess, true)->Unit(benchmark::kMicrosecond);
+
+// The refined map of the same request (wall time: the handle's workers run
+// part of it).
+template <bool kCold>
+void Weight_RefineMap(benchmark::State& state) {
+  RefineSetup s;
+  TimeMaps(state, kCold, [&](uint16_t* out) {
+    DofraRefineWeightMap(&s.request, s.refiner, &s.guide, nullptr, out);
+  });
+}
+BENCHMARK_TEMPLATE(Weight_RefineMap, false)->Unit(benchmark::kMicrosecond)->UseRealTime();
+BENCHMARK_TEMPLATE(Weight_RefineMap, true)->Unit(benchmark::kMicrosecond)->UseRealTime();
+
+// One 1920-column row of the refined map's joint (member 0) or bilinear
+// (1) helper at one level: 240 samples of random depths and colours, the
+// default range kernel, the plain map's weight rule.
+void Weight_RefineRow(benchmark::State& state, int member, dofra::SimdLevel level) {
+  using namespace dofra;
+  ScopedSimdLevel at(state, level);
+  std::mt19937 rng(6);
+  std::vector<uint8_t> bytes[12];
+  for (auto& b : bytes) {
+    b.resize(kW + kRefinePlanePad);
+    for (auto& v : b) v = static_cast<uint8_t>(rng());
+  }
+  std::vector<int32_t> ix(kW), ix1(kW);
+  std::vector<uint8_t> fx(kW);
+  for (int x = 0; x < kW; ++x) {
+    const int q = std::max(x * 8192 + 4096 - 32768, 0);
+    ix[x] = q >> 16;
+    ix1[x] = std::min(ix[x] + 1, kDW - 1);
+    fx[x] = static_cast<uint8_t>(q >> 8);
+  }
+  RefineTables t{};
+  for (int d = 0; d < kRefineDepths; ++d)
+    t.range[d] = static_cast<uint8_t>(d < 36 ? 255 - 7 * d : 0);
+  SetRangeChunks(&t);
+  t.chroma_weight = 2;
+  DepthWeightLut(60, kWeightFalloff, 124, &t.weights);
+  auto samples = [&](int k) {
+    return SampleRow{bytes[k].data(), bytes[k + 1].data(), bytes[k + 2].data(), bytes[k + 3].data(),
+                     bytes[k + 4].data()};
+  };
+  std::vector<uint16_t> out(kW);
+  const RefineRow row = {bytes[10].data(), bytes[11].data(), samples(0), samples(5), 77,
+                         out.data()};
+  const RefineColumns cols = {ix.data(), ix1.data(), fx.data()};
+  const RowKernels& k = ActiveRowKernels();
+  for (auto _ : state) {
+    (member == 0 ? k.refine_joint_row : k.refine_bilinear_row)(row, cols, t, 0, kW);
+    benchmark::DoNotOptimize(out.data());
+    benchmark::ClobberMemory();
+  }
+  state.SetItemsProcessed(static_cast<int64_t>(state.iterations()) * kW);
+}
+DOFRA_BENCH_X86_LEVELS(Weight_RefineRow, joint, 0);
+DOFRA_BENCH_X86_LEVELS(Weight_RefineRow, bilinear, 1);
 
 // The frame-size step alone on a worst case: noisy depths 30..89 around a
 // focus near 60, so every pixel lies on the ramp and no run is constant.

@@ -18,7 +18,8 @@ constexpr int kMaxFills = 10;  // fill functions per level, null after the last
 //   scalar   blur/*.cpp, weight/*.cpp   every entry: the formulas
 //   sse4.1   kernels/x86/*_sse41.cpp    every entry but weight_row, depth_lookup
 //   avx2     kernels/x86/*_avx2.cpp     compositing, shrinks, sliding box, weight rows,
-//                                       depth_lookup, the no-glow rows
+//                                       depth_lookup, refined map rows and colour sums,
+//                                       the no-glow rows
 //   neon     kernels/arm/*_neon.cpp     every entry but weight_row, weight_stream_fence
 struct LevelFills {
   SimdLevel level;
@@ -30,22 +31,22 @@ constexpr LevelFills kLevelFills[] = {
     {SimdLevel::kScalar,
      SimdLevel::kScalar,
      {FillCompositeY_C, FillCompositeUV_C, FillShrinkY_C, FillShrinkUV_C, FillSmooth_C,
-      FillWeight_C, FillDepthTable_C, FillNoBleed_C}},
+      FillWeight_C, FillDepthTable_C, FillRefine_C, FillNoBleed_C}},
 #if defined(DOFRA_X86_KERNELS)
     {SimdLevel::kSse41,
      SimdLevel::kScalar,
      {FillCompositeY_SSE41, FillCompositeUV_SSE41, FillShrinkY_SSE41, FillShrinkUV_SSE41,
-      FillSmooth_SSE41, FillWeight_SSE41, FillNoBleed_SSE41}},
+      FillSmooth_SSE41, FillWeight_SSE41, FillRefine_SSE41, FillNoBleed_SSE41}},
     {SimdLevel::kAvx2,
      SimdLevel::kSse41,
      {FillCompositeY_AVX2, FillCompositeUV_AVX2, FillShrinkY_AVX2, FillShrinkUV_AVX2,
-      FillSmooth_AVX2, FillWeight_AVX2, FillNoBleed_AVX2}},
+      FillSmooth_AVX2, FillWeight_AVX2, FillRefine_AVX2, FillNoBleed_AVX2}},
 #endif
 #if defined(DOFRA_ARM_KERNELS)
     {SimdLevel::kNeon,
      SimdLevel::kScalar,
      {FillCompositeY_NEON, FillCompositeUV_NEON, FillShrinkY_NEON, FillShrinkUV_NEON,
-      FillSmooth_NEON, FillWeight_NEON, FillNoBleed_NEON}},
+      FillSmooth_NEON, FillWeight_NEON, FillRefine_NEON, FillNoBleed_NEON}},
 #endif
 };
 

@@ -18,6 +18,7 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "kernels/refine_rows.h"
 #include "kernels/simd_level.h"
 #include "kernels/weight_rows.h"
 
@@ -141,6 +142,11 @@ struct RowKernels {
   // Minimum and maximum of src[0, body), body a multiple of 16.
   void (*depth_min_max_body)(const uint8_t* src, int body, uint8_t* min_out, uint8_t* max_out);
 
+  // ---- Refined weight map (opt-in; weight/refine_map.cpp, kernels/refine_rows.h) ----
+  RefineRowFn refine_joint_row;
+  RefineRowFn refine_bilinear_row;
+  ColumnSumsFn refine_column_sums;
+
   // ---- No-glow blur (opt-in; blur/no_bleed.cpp, kernels/no_bleed_rows.h) ----
   // out[x] = min over k < count of rows[k * stride + x], x in [0, n).
   void (*map_min_rows)(const uint16_t* rows, size_t stride, int count, uint16_t* out, int n);
@@ -179,6 +185,7 @@ void FillShrinkUV_C(RowKernels* k);
 void FillSmooth_C(RowKernels* k);
 void FillWeight_C(RowKernels* k);
 void FillDepthTable_C(RowKernels* k);
+void FillRefine_C(RowKernels* k);
 
 void FillCompositeY_SSE41(RowKernels* k);
 void FillCompositeUV_SSE41(RowKernels* k);
@@ -186,6 +193,7 @@ void FillShrinkY_SSE41(RowKernels* k);
 void FillShrinkUV_SSE41(RowKernels* k);
 void FillSmooth_SSE41(RowKernels* k);
 void FillWeight_SSE41(RowKernels* k);
+void FillRefine_SSE41(RowKernels* k);
 
 void FillCompositeY_AVX2(RowKernels* k);
 void FillCompositeUV_AVX2(RowKernels* k);
@@ -193,6 +201,7 @@ void FillShrinkY_AVX2(RowKernels* k);
 void FillShrinkUV_AVX2(RowKernels* k);
 void FillSmooth_AVX2(RowKernels* k);
 void FillWeight_AVX2(RowKernels* k);
+void FillRefine_AVX2(RowKernels* k);
 
 void FillCompositeY_NEON(RowKernels* k);
 void FillCompositeUV_NEON(RowKernels* k);
@@ -200,6 +209,7 @@ void FillShrinkY_NEON(RowKernels* k);
 void FillShrinkUV_NEON(RowKernels* k);
 void FillSmooth_NEON(RowKernels* k);
 void FillWeight_NEON(RowKernels* k);
+void FillRefine_NEON(RowKernels* k);
 
 // The no-glow blur's entries, per instruction set.
 void FillNoBleed_C(RowKernels* k);

@@ -24,8 +24,8 @@ step browser.suite "browser suite" env DOFRA_TOOL=build/tools/dofra DOFRA_SHOTS=
 if [ "$(uname -m)" = x86_64 ]; then
   # The library picks its members by CPU: on an SSE4.1-only CPU no AVX2 code
   # may run, not even an inline helper that an AVX2 unit instantiated.
-  echo "== SSE4.1-only CPU (qemu-user, Nehalem): kernel and handle tests"
-  for t in {kernels,pipeline,weight,row_kernels,api_handle}_test; do
+  echo "== SSE4.1-only CPU (qemu-user, Nehalem): kernel, refined-map and handle tests"
+  for t in {kernels,pipeline,weight,refine,row_kernels,api_handle}_test; do
     step "nehalem.$t" "$t" qemu-x86_64 -cpu Nehalem "build/tests/$t" --gtest_brief=1
   done
 fi

@@ -11,6 +11,7 @@
 
 #include "blur/blur_context.h"
 #include "dofra_quality.h"
+#include "kernels/row_kernels.h"
 #include "support/log_capture.h"
 #include "support/test_image.h"
 #include "weight/refine_rows.h"
@@ -25,13 +26,13 @@ constexpr int kW = 96, kH = 64, kDW = 24, kDH = 16;
 // --- row helpers ---
 
 RefineTables RandomTables(std::mt19937& rng) {
-  RefineTables t;
+  RefineTables t{};
   for (int i = 0; i < kRefineDepths; ++i) {
     // Mostly decreasing kernels with zeros, as the real ones.
     t.range[i] = static_cast<uint8_t>(i < 40 ? 255 - i * 6 - rng() % 3 : 0);
-    t.purity[i] = static_cast<uint8_t>(i < 12 ? 255 - i * 20 : rng() % 2);
-    t.by_depth[i] = static_cast<uint16_t>(rng() % 1025);
+    t.weights.by_depth[i] = static_cast<uint16_t>(rng() % 1025);
   }
+  SetRangeChunks(&t);
   t.chroma_weight = static_cast<int>(rng() % 9);
   t.flat_spread = 0;
   return t;
@@ -39,18 +40,20 @@ RefineTables RandomTables(std::mt19937& rng) {
 
 // Random sample rows of few depths (so that cells mix) and random guides.
 struct RowData {
-  std::vector<uint8_t> depth0, depth1, luma, chroma;
-  std::vector<uint32_t> info0, info1;
+  std::vector<uint8_t> planes[2][5];  // per sample row: depth, y, v, u, purity
+  std::vector<uint8_t> luma, chroma;
   std::vector<int32_t> ix, ix1;
   std::vector<uint8_t> fx;
-  RowData(int w, int dw, std::mt19937& rng)
-      : depth0(dw), depth1(dw), luma(w), chroma(w), info0(dw), info1(dw), ix(w), ix1(w), fx(w) {
+  RowData(int w, int dw, std::mt19937& rng) : luma(w), chroma(w), ix(w), ix1(w), fx(w) {
     const int levels[] = {0, 3, 40, 41, 200, 255};
-    for (int j = 0; j < dw; ++j) {
-      depth0[j] = static_cast<uint8_t>(levels[rng() % 6]);
-      depth1[j] = static_cast<uint8_t>(levels[rng() % 6]);
-      info0[j] = static_cast<uint32_t>(rng());
-      info1[j] = rng() % 4 == 0 ? 0 : static_cast<uint32_t>(rng());  // some with no weight
+    for (int r = 0; r < 2; ++r) {
+      for (auto& plane : planes[r]) plane.resize(dw + kRefinePlanePad);
+      for (int j = 0; j < dw; ++j) {
+        planes[r][0][j] = static_cast<uint8_t>(levels[rng() % 6]);
+        for (int c = 1; c < 4; ++c) planes[r][c][j] = static_cast<uint8_t>(rng());
+        // Some with no weight.
+        planes[r][4][j] = static_cast<uint8_t>(r == 1 && rng() % 4 == 0 ? 0 : rng());
+      }
     }
     for (int x = 0; x < w; ++x) {
       luma[x] = static_cast<uint8_t>(rng());
@@ -60,55 +63,72 @@ struct RowData {
       fx[x] = static_cast<uint8_t>(rng() % 4 == 0 ? 0 : rng());
     }
   }
+  SampleRow Samples(int r) const {
+    return {planes[r][0].data(), planes[r][1].data(), planes[r][2].data(), planes[r][3].data(),
+            planes[r][4].data()};
+  }
   RefinePixel Pixel(int x, int fy) const {
     RefinePixel p;
     p.y = luma[x];
     p.v = chroma[x & ~1];
     p.u = chroma[x | 1];
-    const int i0 = ix[x], i1 = ix1[x];
-    const uint8_t d[4] = {depth0[i0], depth0[i1], depth1[i0], depth1[i1]};
-    const uint32_t in[4] = {info0[i0], info0[i1], info1[i0], info1[i1]};
-    memcpy(p.depth, d, 4);
-    memcpy(p.info, in, sizeof(in));
+    for (int k = 0; k < 4; ++k) {
+      const auto& rows = planes[k >> 1];
+      const int i = k & 1 ? ix1[x] : ix[x];
+      p.depth[k] = rows[0][i];
+      p.sy[k] = rows[1][i];
+      p.sv[k] = rows[2][i];
+      p.su[k] = rows[3][i];
+      p.purity[k] = rows[4][i];
+    }
     p.fx = fx[x];
     p.fy = fy;
     return p;
   }
 };
 
-// Each row helper writes exactly [from, to) with the formula's weight there.
+// Each scalar row helper writes exactly [from, to) with the formula's weight
+// there (the vectorised members are held to these by the kernel harness).
 TEST(RefineRows, MatchThePerPixelFormula) {
   std::mt19937 rng(5);
+  const RowKernels& k = ScalarRowKernels();
   for (int trial = 0; trial < 200; ++trial) {
     // Rows of NV21 frames are an even number of pixels (chroma pairs).
     const int w = 2 + 2 * static_cast<int>(rng() % 35), dw = 1 + static_cast<int>(rng() % 12);
     const RowData d(w, dw, rng);
     const RefineTables t = RandomTables(rng);
     const int fy = trial % 5 == 0 ? 0 : static_cast<int>(rng() % 256);
-    const int from = static_cast<int>(rng() % w), to = from + static_cast<int>(rng() % (w - from + 1));
+    const int from = static_cast<int>(rng() % w),
+              to = from + static_cast<int>(rng() % (w - from + 1));
     std::vector<uint16_t> joint(w, 0xDEAD), bilinear(w, 0xDEAD);
-    RefineRow row = {d.luma.data(), d.chroma.data(), d.depth0.data(), d.depth1.data(),
-                     d.info0.data(), d.info1.data(), fy, joint.data()};
+    RefineRow row = {d.luma.data(), d.chroma.data(), d.Samples(0), d.Samples(1), fy, joint.data()};
     const RefineColumns cols = {d.ix.data(), d.ix1.data(), d.fx.data()};
-    RefineJointRow_C(row, cols, t, from, to);
+    k.refine_joint_row(row, cols, t, from, to);
     row.out = bilinear.data();
-    RefineBilinearRow_C(row, cols, t, from, to);
+    k.refine_bilinear_row(row, cols, t, from, to);
     for (int x = 0; x < w; ++x) {
       const bool inside = x >= from && x < to;
       const RefinePixel p = d.Pixel(x, fy);
-      EXPECT_EQ(joint[x], inside ? t.by_depth[JointDepth(p, t)] : 0xDEAD) << trial << " " << x;
-      EXPECT_EQ(bilinear[x], inside ? t.by_depth[BilinearDepth(p.depth, p.fx, fy)] : 0xDEAD);
+      EXPECT_EQ(joint[x], inside ? t.weights.by_depth[JointDepth(p, t)] : 0xDEAD)
+          << trial << " " << x;
+      EXPECT_EQ(bilinear[x],
+                inside ? t.weights.by_depth[BilinearDepth(p.depth, p.fx, fy)] : 0xDEAD);
     }
   }
+}
+
+// Sets sample k's colour (luma, V, U) and purity weight.
+void SetSample(RefinePixel* p, int k, int y, int v, int u, int purity) {
+  p->sy[k] = static_cast<uint8_t>(y);
+  p->sv[k] = static_cast<uint8_t>(v);
+  p->su[k] = static_cast<uint8_t>(u);
+  p->purity[k] = static_cast<uint8_t>(purity);
 }
 
 // Worked pixels: the formula itself, not only its two spellings.
 TEST(RefineRows, WorkedPixels) {
   RefineTables t{};
-  for (int i = 0; i < kRefineDepths; ++i) {
-    t.range[i] = static_cast<uint8_t>(i < 10 ? 255 : 0);
-    t.purity[i] = static_cast<uint8_t>(i == 0 ? 255 : 0);
-  }
+  for (int i = 0; i < kRefineDepths; ++i) t.range[i] = static_cast<uint8_t>(i < 10 ? 255 : 0);
   RefinePixel p{};
   p.y = 100;
   const uint8_t depth[4] = {10, 200, 10, 200};
@@ -116,23 +136,22 @@ TEST(RefineRows, WorkedPixels) {
   p.fx = 192;  // bilinear leans right, towards 200
   p.fy = 0;
   // The left samples match the pixel's colour, the right ones do not: 10.
-  const uint32_t colours[4] = {PackSample(100, 0, 0, 0), PackSample(150, 0, 0, 0),
-                               PackSample(100, 0, 0, 0), PackSample(150, 0, 0, 0)};
-  memcpy(p.info, colours, sizeof(colours));
+  for (int k : {0, 2}) SetSample(&p, k, 100, 0, 0, 255);
+  for (int k : {1, 3}) SetSample(&p, k, 150, 0, 0, 255);
   EXPECT_EQ(JointDepth(p, t), 10);
   // Both sides match: their bilinear shares, (64 * 10 + 192 * 200 + 128) / 256.
-  p.info[1] = p.info[3] = PackSample(105, 0, 0, 0);
+  for (int k : {1, 3}) SetSample(&p, k, 105, 0, 0, 255);
   EXPECT_EQ(JointDepth(p, t), 153);
   // Impure samples drop out; with every weight gone, plain bilinear.
-  p.info[0] = p.info[2] = PackSample(100, 0, 0, 1);
+  for (int k : {0, 2}) SetSample(&p, k, 100, 0, 0, 0);
   EXPECT_EQ(JointDepth(p, t), 200);
-  p.info[1] = p.info[3] = PackSample(105, 0, 0, 1);
+  for (int k : {1, 3}) SetSample(&p, k, 105, 0, 0, 0);
   EXPECT_EQ(JointDepth(p, t), BilinearDepth(p.depth, 192, 0));
   EXPECT_EQ(BilinearDepth(p.depth, 192, 0), (10 * 64 + 200 * 192 + 128) >> 8);
   // Chroma counts in quarters: |V - V_k| + |U - U_k| = 16 at weight 2 adds 8
   // (inside the range kernel), at weight 3 adds 12 (outside).
-  p.info[0] = p.info[2] = PackSample(100, 8, 8, 0);
-  p.info[1] = p.info[3] = PackSample(150, 0, 0, 0);
+  for (int k : {0, 2}) SetSample(&p, k, 100, 8, 8, 255);
+  for (int k : {1, 3}) SetSample(&p, k, 150, 0, 0, 255);
   t.chroma_weight = 2;
   EXPECT_EQ(JointDepth(p, t), 10);
   t.chroma_weight = 3;
@@ -140,28 +159,6 @@ TEST(RefineRows, WorkedPixels) {
   t.flat_spread = 190;  // the samples span 190: bilinear without the guide
   t.chroma_weight = 2;
   EXPECT_EQ(RefinedDepth(p, t), BilinearDepth(p.depth, 192, 0));
-}
-
-TEST(RefineRows, ColourSumsAddEachColumnToItsCell) {
-  std::mt19937 rng(8);
-  std::vector<uint8_t> luma(40), chroma(40);
-  for (auto& v : luma) v = static_cast<uint8_t>(rng());
-  for (auto& v : chroma) v = static_cast<uint8_t>(rng());
-  std::vector<int32_t> cell(40);
-  for (int x = 0; x < 40; ++x) cell[x] = x / 7;
-  std::vector<uint32_t> y(6, 1), v(6, 2), u(6, 3);
-  CellColourSums_C(luma.data(), chroma.data(), cell.data(), 5, 33, y.data(), v.data(), u.data());
-  for (int c = 0; c < 6; ++c) {
-    uint32_t ey = 1, ev = 2, eu = 3;
-    for (int x = std::max(5, c * 7); x < std::min(33, c * 7 + 7); ++x) {
-      ey += luma[x];
-      ev += chroma[x & ~1];
-      eu += chroma[x | 1];
-    }
-    EXPECT_EQ(y[c], ey);
-    EXPECT_EQ(v[c], ev);
-    EXPECT_EQ(u[c], eu);
-  }
 }
 
 // --- DofraRefineWeightMap ---
@@ -179,7 +176,9 @@ std::vector<uint8_t> DepthBlock() {
     for (int j = 0; j < kDW; ++j) {
       const int dx = j - 9, dy = i - 7;
       block[DOFRA_DEPTH_HEADER_SIZE + i * kDW + j] =
-          static_cast<uint8_t>(dx * dx + dy * dy < 20 ? 120 : i > 11 ? 40 + 6 * i : 40);
+          static_cast<uint8_t>(dx * dx + dy * dy < 20 ? 120
+                               : i > 11               ? 40 + 6 * i
+                                                      : 40);
     }
   return block;
 }
@@ -191,7 +190,8 @@ std::vector<uint8_t> Guide() {
   for (int y = 0; y < kH; ++y)
     for (int x = 0; x < kW; ++x) {
       const double dx = x - 38.5, dy = y - 30.5;
-      nv21[y * kW + x] = static_cast<uint8_t>(dx * dx + dy * dy < 330 ? 200 + rng() % 20 : rng() % 90);
+      nv21[y * kW + x] =
+          static_cast<uint8_t>(dx * dx + dy * dy < 330 ? 200 + rng() % 20 : rng() % 90);
     }
   for (int i = kW * kH; i < kW * kH * 3 / 2; ++i) nv21[i] = static_cast<uint8_t>(128 + rng() % 9);
   return nv21;
@@ -222,7 +222,8 @@ struct Refiner {
   }
 };
 
-// The map of the fixed scene, per tuning; the focus pixel is sharp.
+// The map of the fixed scene, per tuning, the same at every instruction-set
+// level; the focus pixel is sharp.
 TEST(RefineMap, Digests) {
   const struct {
     DofraRefineTuning tuning;
@@ -230,15 +231,21 @@ TEST(RefineMap, Digests) {
   } cases[] = {{{12, 4, 2, 2}, 5391286299612398068ull},
                {{5, 1, 0, 0}, 2786564590390667026ull},
                {{64, 64, 8, 255}, 17144313378441740371ull}};
-  for (const auto& c : cases) {
-    Refiner r;
-    LogCapture log;
-    const std::vector<uint16_t> out = r.Refine(&c.tuning);
-    EXPECT_TRUE(log.Texts().empty());
-    EXPECT_EQ(WeightMapDigest(out), c.digest) << c.tuning.range_sigma;
-    EXPECT_EQ(out[30 * kW + 38], 0);
-    EXPECT_EQ(out[5 * kW + 90], 1024) << "the far wall";
+  const SimdLevel restore = ActiveSimdLevel();
+  for (SimdLevel level : kSimdLevels) {
+    if (!ForceSimdLevel(level)) continue;
+    for (const auto& c : cases) {
+      Refiner r;
+      LogCapture log;
+      const std::vector<uint16_t> out = r.Refine(&c.tuning);
+      EXPECT_TRUE(log.Texts().empty());
+      EXPECT_EQ(WeightMapDigest(out), c.digest)
+          << SimdLevelName(level) << " " << c.tuning.range_sigma;
+      EXPECT_EQ(out[30 * kW + 38], 0);
+      EXPECT_EQ(out[5 * kW + 90], 1024) << "the far wall";
+    }
   }
+  ForceSimdLevel(restore);
   Refiner r;
   const DofraRefineTuning defaults = {12, 4, 2, 2};
   EXPECT_EQ(r.Refine(nullptr), r.Refine(&defaults));

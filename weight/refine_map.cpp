@@ -1,22 +1,22 @@
 // The refined weight map, per call:
-//   1. column and row tables: each output pixel's samples and fractions, and
-//      the first pixel of each sample's cell (as the plain map places them);
-//   2. the unsmoothed depth and each sample's purity distance;
-//   3. the colours of the focus pixel's samples, the refined focus depth and
-//      from it the weight of every depth;
-//   4. per cell (the pixels between four samples) its kind: one weight (the
-//      weight is constant over the samples' depth range, and the formula
-//      never leaves that range), plain bilinear, or joint; runs of kinds per
-//      row of cells;
-//   5. band-parallel: the colours of the samples that joint cells read;
-//   6. band-parallel: the output rows, run by run.
+//   1. on the caller: the depth of every sample, the range and purity
+//      kernels (kept while the tuning keeps them), the refined depth at the
+//      point of focus, from it the weight of every depth and each sample's
+//      weight segment (the stretch of depths around it of one weight);
+//   2. band-parallel over rows of cells (a cell: the pixels between four
+//      samples), one row of cells after the other: its kind, as runs, from
+//      the samples' depth range (one weight: the four samples lie in one
+//      segment, and the formula never leaves their range; plain bilinear:
+//      they span at most flat_spread; else joint); the colour and purity of
+//      the samples its joint cells read, from the guide rows just before
+//      they are read again; then its output rows, run by run.
 #include "weight/refine_map.h"
 
 #include <algorithm>
-#include <cstdlib>
 #include <cstring>
 
 #include "kernels/fixed_point.h"
+#include "kernels/row_kernels.h"
 #include "pool/thread_pool.h"
 #include "weight/refine_rows.h"
 #include "weight/refine_state.h"
@@ -27,12 +27,7 @@ namespace dofra {
 namespace {
 
 constexpr int kPurityCap = 255;
-constexpr int64_t kWakeWorkersPixels = 256 * 256;  // below this the caller runs every band
-
-// Sample states.
-constexpr uint8_t kUnused = 0;
-constexpr uint8_t kWanted = 1;  // a joint cell reads its colour
-constexpr uint8_t kKnown = 2;   // colour computed this call
+constexpr int64_t kWakeWorkersPixels = 256 * 256;  // below this the caller runs every task
 
 enum CellKind : uint8_t { kFill, kBilinear, kJoint };
 
@@ -46,60 +41,29 @@ void BuildKernel(int scale, uint8_t* table) {
   }
 }
 
-// The position of pixel k in the sample grid (16.16), with each sample at
-// the centre of the pixels it was resampled from: k * step puts it at their
-// first pixel, half a cell early, which shifts every edge by that much.
-int Position(int k, int step) {
-  return std::max(k * step + (step >> 1) - (1 << (kPosShift - 1)), 0);
+// The kernels of a tuning, rebuilt only when its scales change.
+void SetTuning(RefineState* s, const DofraRefineTuning& tuning) {
+  RefineTables& t = s->tables;
+  if (s->range_sigma != tuning.range_sigma) {
+    BuildKernel(tuning.range_sigma, t.range);
+    SetRangeChunks(&t);
+    s->range_sigma = tuning.range_sigma;
+  }
+  if (s->purity_scale != tuning.purity_scale) {
+    BuildKernel(tuning.purity_scale, s->purity_table);
+    s->purity_scale = tuning.purity_scale;
+  }
+  t.chroma_weight = tuning.chroma_weight;
+  t.flat_spread = tuning.flat_spread;
 }
 
-// Columns: samples, fraction and the first column of each cell.
-void BuildColumns(RefineState* s) {
-  const int sx = (s->dW << kPosShift) / s->W;
-  std::fill(s->col_start, s->col_start + s->dW + 1, s->W);
-  std::fill(s->lerp_start, s->lerp_start + s->dW + 1, s->W);
-  for (int x = 0; x < s->W; ++x) {
-    const int q = Position(x, sx);
-    const int i = q >> kPosShift;
-    s->ix[x] = i;
-    s->ix1[x] = std::min(i + 1, s->dW - 1);
-    s->fx[x] = static_cast<uint8_t>((q >> kFracBits) & 0xFF);
-    if (s->lerp_start[i] == s->W) s->lerp_start[i] = x;
-    s->cell[x] = (x * sx) >> kPosShift;
-    if (s->col_start[s->cell[x]] == s->W) s->col_start[s->cell[x]] = x;
-  }
-  s->last_col = s->cell[s->W - 1];
-  s->last_lerp_col = s->ix[s->W - 1];
-  const int sy = (s->dH << kPosShift) / s->H;
-  std::fill(s->row_start, s->row_start + s->dH + 1, s->H);
-  for (int y = 0; y < s->H; ++y) {
-    const int q = Position(y, sy);
-    s->iy[y] = q >> kPosShift;
-    s->fy[y] = static_cast<uint8_t>((q >> kFracBits) & 0xFF);
-    const int cell = (y * sy) >> kPosShift;
-    if (s->row_start[cell] == s->H) s->row_start[cell] = y;
-    s->last_row = cell;
-  }
-  s->last_lerp_row = s->iy[s->H - 1];
-}
-
-// min(v - min, max - v) over the 3x3 neighbourhood within the map.
-void BuildPurity(RefineState* s) {
-  const int dW = s->dW, dH = s->dH;
-  for (int i = 0; i < dH; ++i) {
-    const uint8_t* rows[3] = {s->depth + std::max(i - 1, 0) * dW, s->depth + i * dW,
-                              s->depth + std::min(i + 1, dH - 1) * dW};
-    for (int j = 0; j < dW; ++j) {
-      const int j0 = std::max(j - 1, 0), j1 = std::min(j + 1, dW - 1);
-      int lo = 255, hi = 0;
-      for (const uint8_t* r : rows) {
-        lo = std::min({lo, int{r[j0]}, int{r[j]}, int{r[j1]}});
-        hi = std::max({hi, int{r[j0]}, int{r[j]}, int{r[j1]}});
-      }
-      const int v = rows[1][j];
-      s->info[i * dW + j] = static_cast<uint32_t>(std::min({v - lo, hi - v, kPurityCap})) << 24;
-    }
-  }
+// The weight segment of every depth: how many times the weight changes up
+// to it. It never decreases, so the least and the largest of four samples'
+// segments are those of their least and largest depths.
+void BuildSegments(const uint16_t* by_depth, uint8_t* segment) {
+  segment[0] = 0;
+  for (int v = 1; v < kRefineDepths; ++v)
+    segment[v] = static_cast<uint8_t>(segment[v - 1] + (by_depth[v] != by_depth[v - 1]));
 }
 
 // The guide's chroma row of pixel row y: rows past the last full pair of
@@ -109,206 +73,311 @@ const uint8_t* ChromaRow(const RefineState* s, const uint8_t* guide, int y) {
   return guide + static_cast<size_t>(s->W) * s->H + static_cast<size_t>(row) * s->W;
 }
 
-// A sample past the last cell (no pixel has it as its first sample) takes
-// the colour of the last cell.
+// The colour of a sample is its cell's; a sample no pixel lies in (past the
+// last cell) takes the colour of the last cell.
 int ColourRow(const RefineState* s, int i) { return std::min(i, s->last_row); }
 int ColourCol(const RefineState* s, int j) { return std::min(j, s->last_col); }
 
-void Want(RefineState* s, int i, int j) {
-  s->wanted[ColourRow(s, i) * s->dW + ColourCol(s, j)] |= kWanted;
-  s->wanted[i * s->dW + j] |= kWanted;
+// Where one sample row's colours and purity weights go.
+struct ColourRowOut {
+  uint8_t* y;
+  uint8_t* v;
+  uint8_t* u;
+  uint8_t* purity;
+};
+
+ColourRowOut PlaneRow(RefineState* s, int i) {
+  const size_t at = static_cast<size_t>(i) * s->dW;
+  return {s->colour_y + at, s->colour_v + at, s->colour_u + at, s->purity + at};
 }
 
-void WantCell(RefineState* s, int i, int j) {
-  const int i1 = std::min(i + 1, s->dH - 1), j1 = std::min(j + 1, s->dW - 1);
-  Want(s, i, j);
-  Want(s, i, j1);
-  Want(s, i1, j);
-  Want(s, i1, j1);
-}
-
-// The mean colours of the wanted samples of sample rows [first, last] that
-// are not known yet, into their info; `band` picks the sums scratch.
-void ComputeColours(RefineState* s, const uint8_t* guide, int first, int last, int band,
-                    const RefineRowKernels& k) {
-  const int W = s->W, dW = s->dW;
-  uint32_t* sy = s->sums + static_cast<size_t>(band) * 3 * dW;
-  uint32_t* sv = sy + dW;
-  uint32_t* su = sv + dW;
-  for (int i = first; i <= std::min(last, s->last_row); ++i) {
-    uint8_t* wanted = s->wanted + static_cast<size_t>(i) * dW;
-    const int y0 = s->row_start[i], y1 = s->row_start[i + 1];
-    bool any = false;
-    for (int j = 0; j <= s->last_col; ++j) {
-      if (wanted[j] != kWanted) continue;
-      any = true;
-      sy[j] = sv[j] = su[j] = 0;
-    }
-    if (!any) continue;
-    for (int y = y0; y < y1; ++y) {
-      const uint8_t* luma_row = guide + static_cast<size_t>(y) * W;
-      const uint8_t* chroma_row = ChromaRow(s, guide, y);
-      for (int j = 0; j <= s->last_col;) {
-        if (wanted[j] != kWanted) {
-          ++j;
-          continue;
-        }
-        int end = j;
-        while (end <= s->last_col && wanted[end] == kWanted) ++end;
-        k.colour_sums(luma_row, chroma_row, s->cell, s->col_start[j], s->col_start[end], sy, sv,
-                      su);
-        j = end;
-      }
-    }
-    for (int j = 0; j <= s->last_col; ++j) {
-      if (wanted[j] != kWanted) continue;
-      const uint32_t n = static_cast<uint32_t>(s->col_start[j + 1] - s->col_start[j]) *
-                         static_cast<uint32_t>(y1 - y0);
-      uint32_t& info = s->info[static_cast<size_t>(i) * dW + j];
-      info = (info & 0xFF000000u) | PackSample(static_cast<uint8_t>((sy[j] + n / 2) / n),
-                                               static_cast<uint8_t>((sv[j] + n / 2) / n),
-                                               static_cast<uint8_t>((su[j] + n / 2) / n), 0);
-      wanted[j] = kKnown;
-    }
-  }
-}
-
-// Samples past the last cell copy the colour of the last cell (now known).
-void CopyEdgeColours(RefineState* s) {
-  for (int i = 0; i < s->dH; ++i) {
-    for (int j = 0; j < s->dW; ++j) {
-      const size_t at = static_cast<size_t>(i) * s->dW + j;
-      if (s->wanted[at] != kWanted) continue;
-      const size_t from = static_cast<size_t>(ColourRow(s, i)) * s->dW + ColourCol(s, j);
-      s->info[at] = (s->info[at] & 0xFF000000u) | (s->info[from] & 0x00FFFFFFu);
-      s->wanted[at] = kKnown;
-    }
-  }
-}
-
-RefinePixel PixelAt(const RefineState* s, const uint8_t* guide, int x, int y) {
-  const int i0 = s->iy[y], i1 = std::min(i0 + 1, s->dH - 1);
-  const int j0 = s->ix[x], j1 = s->ix1[x];
-  const uint8_t* chroma = ChromaRow(s, guide, y) + (x & ~1);
-  RefinePixel p;
-  p.y = guide[static_cast<size_t>(y) * s->W + x];
-  p.v = chroma[0];
-  p.u = chroma[1];
-  const int at[4] = {i0 * s->dW + j0, i0 * s->dW + j1, i1 * s->dW + j0, i1 * s->dW + j1};
-  for (int k = 0; k < 4; ++k) {
-    p.depth[k] = s->depth[at[k]];
-    p.info[k] = s->info[at[k]];
-  }
-  p.fx = s->fx[x];
-  p.fy = s->fy[y];
-  return p;
-}
-
-// same_until[v]: the last depth whose weight equals by_depth[v] without a
-// change in between.
-void SameUntil(const uint16_t* by_depth, uint8_t* same_until) {
-  same_until[kRefineDepths - 1] = kRefineDepths - 1;
-  for (int v = kRefineDepths - 2; v >= 0; --v)
-    same_until[v] = by_depth[v] == by_depth[v + 1] ? same_until[v + 1] : static_cast<uint8_t>(v);
-}
-
-// Kinds of the cells of every row of cells, merged into runs; joint cells
-// want their samples' colours.
-void ClassifyCells(RefineState* s) {
-  uint8_t same_until[kRefineDepths];
-  SameUntil(s->tables.by_depth, same_until);
+// The mean colours of cells [ja, jb) of row ci: per column sums of up to
+// kMaxSumRows rows at once (16 bits), then per cell.
+void CellColours(const RefineState* s, const uint8_t* guide, int ci, int ja, int jb,
+                 TaskScratch& ts, ColumnSumsFn column_sums, const ColourRowOut& out) {
   const int dW = s->dW;
-  for (int i = 0; i <= s->last_lerp_row; ++i) {
-    const uint8_t* r0 = s->depth + static_cast<size_t>(i) * dW;
-    const uint8_t* r1 = s->depth + static_cast<size_t>(std::min(i + 1, s->dH - 1)) * dW;
-    int32_t* end = s->run_end + static_cast<size_t>(i) * dW;
-    uint8_t* kind = s->run_kind + static_cast<size_t>(i) * dW;
-    uint16_t* weight = s->run_weight + static_cast<size_t>(i) * dW;
-    int runs = 0;
-    for (int j = 0; j <= s->last_lerp_col; ++j) {
-      const int j1 = std::min(j + 1, dW - 1);
-      const int lo = std::min({r0[j], r0[j1], r1[j], r1[j1]});
-      const int hi = std::max({r0[j], r0[j1], r1[j], r1[j1]});
-      CellKind k = kJoint;
-      if (same_until[lo] >= hi)
-        k = kFill;
-      else if (hi - lo <= s->tables.flat_spread)
-        k = kBilinear;
-      const uint16_t w = k == kFill ? s->tables.by_depth[lo] : 0;
-      if (k == kJoint) WantCell(s, i, j);
-      if (runs > 0 && kind[runs - 1] == k && weight[runs - 1] == w) {
-        end[runs - 1] = s->lerp_start[j + 1];
-        continue;
-      }
-      kind[runs] = k;
-      weight[runs] = w;
-      end[runs++] = s->lerp_start[j + 1];
+  const int x0 = s->col_start[ja], x1 = s->col_start[jb];
+  const int c0 = x0 & ~1, c1 = (x1 + 1) & ~1;  // the chroma pairs of those columns (W is even)
+  uint32_t* sum_y = ts.cell_sums;
+  uint32_t* sum_v = sum_y + dW;
+  uint32_t* sum_u = sum_v + dW;
+  for (int j = ja; j < jb; ++j) sum_y[j] = sum_v[j] = sum_u[j] = 0;
+  const uint8_t* luma_rows[kMaxSumRows];
+  const uint8_t* chroma_rows[kMaxSumRows];
+  const int y_end = s->row_start[ci + 1];
+  for (int y0 = s->row_start[ci]; y0 < y_end; y0 += kMaxSumRows) {
+    const int n = std::min(kMaxSumRows, y_end - y0);
+    for (int r = 0; r < n; ++r) {
+      luma_rows[r] = guide + static_cast<size_t>(y0 + r) * s->W;
+      chroma_rows[r] = ChromaRow(s, guide, y0 + r);
     }
-    end[runs - 1] = s->W;
-    s->runs[i] = runs;
+    column_sums(luma_rows, n, ts.sum_luma, x0, x1);
+    column_sums(chroma_rows, n, ts.sum_chroma, c0, c1);
+    for (int j = ja; j < jb; ++j) {
+      for (int x = s->col_start[j]; x < s->col_start[j + 1]; ++x) {
+        sum_y[j] += ts.sum_luma[x];
+        sum_v[j] += ts.sum_chroma[x & ~1];
+        sum_u[j] += ts.sum_chroma[x | 1];
+      }
+    }
+  }
+  const uint32_t rows = static_cast<uint32_t>(y_end - s->row_start[ci]);
+  for (int j = ja; j < jb; ++j) {
+    const uint32_t n = static_cast<uint32_t>(s->col_start[j + 1] - s->col_start[j]) * rows;
+    out.y[j] = static_cast<uint8_t>((sum_y[j] + n / 2) / n);
+    out.v[j] = static_cast<uint8_t>((sum_v[j] + n / 2) / n);
+    out.u[j] = static_cast<uint8_t>((sum_u[j] + n / 2) / n);
   }
 }
 
-void WriteRows(RefineState* s, const uint8_t* guide, uint16_t* out, int first, int last,
-               const RefineRowKernels& k) {
-  const int W = s->W, dW = s->dW;
+// min(v - min, max - v) over each sample's 3x3 neighbourhood within the map,
+// for sample row i: the least and largest of three rows, then of three
+// columns (the edges repeat their own).
+void PurityDistances(const RefineState* s, int i, TaskScratch& ts) {
+  const int dW = s->dW;
+  const uint8_t* __restrict a = s->depth + static_cast<size_t>(std::max(i - 1, 0)) * dW;
+  const uint8_t* __restrict b = s->depth + static_cast<size_t>(i) * dW;
+  const uint8_t* __restrict c = s->depth + static_cast<size_t>(std::min(i + 1, s->dH - 1)) * dW;
+  uint8_t* __restrict lo = ts.lo;
+  uint8_t* __restrict hi = ts.hi;
+  uint8_t* __restrict distance = ts.purity_distance;
+  for (int j = 0; j < dW; ++j) {
+    lo[j] = std::min(std::min(a[j], b[j]), c[j]);
+    hi[j] = std::max(std::max(a[j], b[j]), c[j]);
+  }
+  const auto at = [&](int j, int j0, int j1) {
+    const uint8_t l = std::min(std::min(lo[j0], lo[j]), lo[j1]);
+    const uint8_t h = std::max(std::max(hi[j0], hi[j]), hi[j1]);
+    distance[j] = std::min(static_cast<uint8_t>(b[j] - l), static_cast<uint8_t>(h - b[j]));
+  };
+  for (int j = 1; j + 1 < dW; ++j) at(j, j - 1, j + 1);
+  at(0, 0, std::min(1, dW - 1));
+  if (dW > 1) at(dW - 1, dW - 2, dW - 1);
+}
+
+// The purity weight of one sample (the point of focus reads four).
+uint8_t PurityWeight(const RefineState* s, int i, int j) {
+  const int dW = s->dW;
+  const uint8_t* rows[3] = {s->depth + std::max(i - 1, 0) * dW, s->depth + i * dW,
+                            s->depth + std::min(i + 1, s->dH - 1) * dW};
+  int lo = 255, hi = 0;
+  for (const uint8_t* r : rows) {
+    for (int c = std::max(j - 1, 0); c <= std::min(j + 1, dW - 1); ++c) {
+      lo = std::min(lo, int{r[c]});
+      hi = std::max(hi, int{r[c]});
+    }
+  }
+  const int v = rows[1][j];
+  return s->purity_table[std::min({v - lo, hi - v, kPurityCap})];
+}
+
+// Colour and purity of the wanted samples of sample row i into `out`.
+void SampleColours(const RefineState* s, const uint8_t* guide, int i, TaskScratch& ts,
+                   ColumnSumsFn column_sums, const ColourRowOut& out) {
+  uint8_t* wanted = ts.wanted;
+  const int dW = s->dW, last = s->last_col;
+  if (memchr(wanted, 1, dW) == nullptr) return;
+  // A wanted sample past the last cell reads the last cell's colour.
+  const bool tail = memchr(wanted + last + 1, 1, dW - last - 1) != nullptr;
+  wanted[last] |= tail;
+  const int ci = ColourRow(s, i);
+  const uint8_t* const cells_end = wanted + last + 1;
+  for (auto* w = static_cast<const uint8_t*>(memchr(wanted, 1, last + 1)); w != nullptr;) {
+    const auto* run_end = static_cast<const uint8_t*>(memchr(w, 0, cells_end - w));
+    if (run_end == nullptr) run_end = cells_end;
+    CellColours(s, guide, ci, static_cast<int>(w - wanted), static_cast<int>(run_end - wanted), ts,
+                column_sums, out);
+    w = static_cast<const uint8_t*>(memchr(run_end, 1, cells_end - run_end));
+  }
+  for (int j = last + 1; tail && j < dW; ++j) {
+    out.y[j] = out.y[last];
+    out.v[j] = out.v[last];
+    out.u[j] = out.u[last];
+  }
+  PurityDistances(s, i, ts);
+  for (int j = 0; j < dW; ++j)
+    if (wanted[j]) out.purity[j] = s->purity_table[ts.purity_distance[j]];
+}
+
+// The least and largest of each cell's four samples in one plane (the last
+// column's cell reads its own column twice).
+void CellSpans(const uint8_t* __restrict r0, const uint8_t* __restrict r1, int dW,
+               uint8_t* __restrict lo, uint8_t* __restrict hi) {
+  for (int j = 0; j + 1 < dW; ++j) {
+    lo[j] = std::min(std::min(r0[j], r0[j + 1]), std::min(r1[j], r1[j + 1]));
+    hi[j] = std::max(std::max(r0[j], r0[j + 1]), std::max(r1[j], r1[j + 1]));
+  }
+  lo[dW - 1] = std::min(r0[dW - 1], r1[dW - 1]);
+  hi[dW - 1] = std::max(r0[dW - 1], r1[dW - 1]);
+}
+
+// The kinds of the cells of row i, kFill past the last one any pixel lies
+// in; with `runs`, its runs too (adjacent cells of one kind, and for one
+// weight of one segment).
+void ClassifyRow(RefineState* s, int i, uint8_t* __restrict kinds, bool runs, TaskScratch& ts) {
+  const int dW = s->dW, cells = s->last_lerp_col + 1;
+  const size_t r0 = static_cast<size_t>(i) * dW;
+  const size_t r1 = static_cast<size_t>(std::min(i + 1, s->dH - 1)) * dW;
+  uint8_t* __restrict lo = ts.lo;
+  uint8_t* __restrict hi = ts.hi;
+  uint8_t* __restrict seg_lo = ts.seg_lo;
+  uint8_t* __restrict seg_hi = ts.seg_hi;
+  CellSpans(s->depth + r0, s->depth + r1, dW, lo, hi);
+  CellSpans(s->segment + r0, s->segment + r1, dW, seg_lo, seg_hi);
+  const uint8_t flat = static_cast<uint8_t>(s->tables.flat_spread);
+  for (int j = 0; j < cells; ++j) {
+    const uint8_t mixed = static_cast<uint8_t>(hi[j] - lo[j]) > flat ? kJoint : kBilinear;
+    kinds[j] = seg_lo[j] == seg_hi[j] ? uint8_t{kFill} : mixed;
+  }
+  std::fill(kinds + cells, kinds + dW, kFill);
+  if (!runs) return;
+  // Where a run starts: a change of kind, or of segment between two cells
+  // of one weight.
+  uint8_t* __restrict starts = ts.starts;
+  for (int j = 1; j < cells; ++j) {
+    starts[j] = (kinds[j] != kinds[j - 1]) | ((kinds[j] == kFill) & (seg_lo[j] != seg_lo[j - 1]));
+  }
+  int32_t* end = s->run_end + r0;
+  uint8_t* kind = s->run_kind + r0;
+  uint16_t* weight = s->run_weight + r0;
+  int count = 0;
+  for (int j = 0; j < cells;) {
+    const auto* next = static_cast<const uint8_t*>(memchr(starts + j + 1, 1, cells - j - 1));
+    const int stop = next == nullptr ? cells : static_cast<int>(next - starts);
+    kind[count] = kinds[j];
+    weight[count] = s->tables.weights.by_depth[lo[j]];
+    end[count++] = stop == cells ? s->W : s->lerp_start[stop];
+    j = stop;
+  }
+  s->runs[i] = count;
+}
+
+// The samples of a row that the joint cells of the rows of cells above and
+// below it read: a cell reads its own column and the next.
+void MarkWanted(int dW, const uint8_t* __restrict above, const uint8_t* __restrict below,
+                uint8_t* __restrict joint, uint8_t* __restrict wanted) {
+  for (int j = 0; j < dW; ++j) joint[j] = (above[j] == kJoint) | (below[j] == kJoint);
+  wanted[0] = joint[0];
+  for (int j = 1; j < dW; ++j) wanted[j] = joint[j] | joint[j - 1];
+}
+
+SampleRow SamplesOf(const RefineState* s, int i, const ColourRowOut& colours) {
+  return {s->depth + static_cast<size_t>(i) * s->dW, colours.y, colours.v, colours.u,
+          colours.purity};
+}
+
+// Output rows [first, last] of row of cells i, run by run.
+void WriteRows(const RefineState* s, const uint8_t* guide, uint16_t* out, int i, int first,
+               int last, const SampleRow& top, const SampleRow& bottom, const RowKernels& k) {
+  const int W = s->W;
   const RefineColumns cols = {s->ix, s->ix1, s->fx};
+  const size_t at = static_cast<size_t>(i) * s->dW;
+  const int32_t* end = s->run_end + at;
+  const uint8_t* kind = s->run_kind + at;
+  const uint16_t* weight = s->run_weight + at;
   for (int y = first; y <= last; ++y) {
-    const int i = s->iy[y], i1 = std::min(i + 1, s->dH - 1);
-    RefineRow row;
-    row.luma = guide + static_cast<size_t>(y) * W;
-    row.chroma = ChromaRow(s, guide, y);
-    row.depth0 = s->depth + static_cast<size_t>(i) * dW;
-    row.depth1 = s->depth + static_cast<size_t>(i1) * dW;
-    row.info0 = s->info + static_cast<size_t>(i) * dW;
-    row.info1 = s->info + static_cast<size_t>(i1) * dW;
-    row.fy = s->fy[y];
-    row.out = out + static_cast<size_t>(y) * W;
-    const int32_t* end = s->run_end + static_cast<size_t>(i) * dW;
-    const uint8_t* kind = s->run_kind + static_cast<size_t>(i) * dW;
-    const uint16_t* weight = s->run_weight + static_cast<size_t>(i) * dW;
+    const RefineRow row = {
+        guide + static_cast<size_t>(y) * W, ChromaRow(s, guide, y), top, bottom, s->fy[y],
+        out + static_cast<size_t>(y) * W};
     int from = 0;
     for (int r = 0; r < s->runs[i]; from = end[r++]) {
       if (kind[r] == kFill)
         std::fill(row.out + from, row.out + end[r], weight[r]);
       else if (kind[r] == kBilinear)
-        k.bilinear_row(row, cols, s->tables, from, end[r]);
+        k.refine_bilinear_row(row, cols, s->tables, from, end[r]);
       else
-        k.joint_row(row, cols, s->tables, from, end[r]);
+        k.refine_joint_row(row, cols, s->tables, from, end[r]);
     }
   }
 }
 
-void* ColourTask(void* arg) {
+// Rows of cells [first, last]: each row's kinds and runs, the colours of
+// its lower samples (of its upper ones before the first), then its output
+// rows. A band writes the sample rows it owns, [first, last], into the
+// planes; the row below its last, which the next band owns, goes to the
+// band's own halo.
+void Band(RefineState* s, const uint8_t* guide, uint16_t* out, int first, int last, TaskScratch& ts,
+          const RowKernels& k) {
+  uint8_t* above = ts.kinds[0];
+  uint8_t* here = ts.kinds[1];
+  uint8_t* below = ts.kinds[2];
+  if (first > 0)
+    ClassifyRow(s, first - 1, above, false, ts);
+  else
+    std::fill(above, above + s->dW, kFill);
+  ClassifyRow(s, first, here, true, ts);
+  MarkWanted(s->dW, above, here, ts.joint, ts.wanted);
+  SampleColours(s, guide, first, ts, k.refine_column_sums, PlaneRow(s, first));
+  const ColourRowOut halo = {ts.halo[0], ts.halo[1], ts.halo[2], ts.halo[3]};
+  for (int i = first; i <= last; ++i) {
+    const int lower = std::min(i + 1, s->dH - 1);
+    if (lower != i) {
+      if (lower <= s->last_lerp_row)
+        ClassifyRow(s, lower, below, lower <= last, ts);
+      else
+        std::fill(below, below + s->dW, kFill);
+      MarkWanted(s->dW, here, below, ts.joint, ts.wanted);
+      SampleColours(s, guide, lower, ts, k.refine_column_sums,
+                    lower <= last ? PlaneRow(s, lower) : halo);
+    }
+    const SampleRow bottom = SamplesOf(s, lower, lower <= last ? PlaneRow(s, lower) : halo);
+    WriteRows(s, guide, out, i, s->lerp_row_start[i], s->lerp_row_start[i + 1] - 1,
+              SamplesOf(s, i, PlaneRow(s, i)), bottom, k);
+    std::swap(above, here);
+    std::swap(here, below);
+  }
+}
+
+void* BandTask(void* arg) {
   auto* t = static_cast<RefineTask*>(arg);
-  ComputeColours(t->state, t->guide, t->first, t->last, t->band, ScalarRefineRowKernels());
+  Band(t->state, t->guide, t->out, t->first, t->last, t->state->scratch[t->index],
+       ActiveRowKernels());
   one_thread_done(t->pool);
   return nullptr;
 }
 
-void* RowTask(void* arg) {
-  auto* t = static_cast<RefineTask*>(arg);
-  WriteRows(t->state, t->guide, t->out, t->first, t->last, ScalarRefineRowKernels());
-  one_thread_done(t->pool);
-  return nullptr;
-}
-
-// Rows [0, rows) cut into kBands bands on the pool; the caller runs them all
-// for small frames.
-void RunBands(RefineState* s, CThread_pool* pool, PoolProcess process, int rows,
-              const uint8_t* guide, uint16_t* out) {
+// Rows of cells [0, last_lerp_row] cut into up to kRefineTasks bands on the
+// pool; the caller runs them all for small frames.
+void RunBands(RefineState* s, CThread_pool* pool, const uint8_t* guide, uint16_t* out) {
   reset_thread_done(pool);
-  const int per_band = (rows + kBands - 1) / kBands;
+  const int rows = s->last_lerp_row + 1;
+  const int per_task = (rows + kRefineTasks - 1) / kRefineTasks;
   int queued = 0;
-  for (int b = 0; b < kBands; ++b) {
-    const int first = b * per_band, last = std::min(rows, first + per_band) - 1;
-    if (first > last) continue;
+  for (int b = 0; b < kRefineTasks; ++b) {
+    const int first = b * per_task, last = std::min(rows, first + per_task) - 1;
+    if (first > last) break;
     s->tasks[b] = {s, pool, guide, out, first, last, b};
-    pool_queue_task(pool, process, &s->tasks[b]);
+    pool_queue_task(pool, BandTask, &s->tasks[b]);
     ++queued;
   }
   pool_run_queued(pool, int64_t{s->W} * s->H >= kWakeWorkersPixels);
   sync_thread_done(pool, queued);
+}
+
+// The pixel at the point of focus with its samples' colours and purity.
+RefinePixel FocusPixel(RefineState* s, const uint8_t* guide, int x, int y, const RowKernels& k) {
+  const int i[2] = {s->iy[y], std::min(s->iy[y] + 1, s->dH - 1)};
+  const int j[2] = {s->ix[x], s->ix1[x]};
+  const uint8_t* chroma = ChromaRow(s, guide, y) + (x & ~1);
+  RefinePixel p;
+  p.y = guide[static_cast<size_t>(y) * s->W + x];
+  p.v = chroma[0];
+  p.u = chroma[1];
+  for (int n = 0; n < 4; ++n) {
+    const int si = i[n >> 1], sj = j[n & 1];
+    const int cj = ColourCol(s, sj);
+    // Written at the sample's own row: the bands rewrite what they read.
+    const ColourRowOut row = PlaneRow(s, si);
+    CellColours(s, guide, ColourRow(s, si), cj, cj + 1, s->scratch[0], k.refine_column_sums, row);
+    p.depth[n] = s->depth[static_cast<size_t>(si) * s->dW + sj];
+    p.sy[n] = row.y[cj];
+    p.sv[n] = row.v[cj];
+    p.su[n] = row.u[cj];
+    p.purity[n] = PurityWeight(s, si, sj);
+  }
+  p.fx = s->fx[x];
+  p.fy = s->fy[y];
+  return p;
 }
 
 }  // namespace
@@ -319,40 +388,28 @@ DofraRefineTuning DefaultRefineTuning() {
 }
 
 bool RefineTuningValid(const DofraRefineTuning& t) {
-  return t.range_sigma >= 1 && t.range_sigma <= 64 && t.purity_scale >= 1 &&
-         t.purity_scale <= 64 && t.chroma_weight >= 0 && t.chroma_weight <= 8 &&
-         t.flat_spread >= 0 && t.flat_spread <= 255;
+  return t.range_sigma >= 1 && t.range_sigma <= 64 && t.purity_scale >= 1 && t.purity_scale <= 64 &&
+         t.chroma_weight >= 0 && t.chroma_weight <= 8 && t.flat_spread >= 0 && t.flat_spread <= 255;
 }
 
 void RefineWeightMap(RefineState* s, CThread_pool* pool, const RefineRequest& r) {
-  const int dW = s->dW, dH = s->dH;
-  const size_t n = static_cast<size_t>(dW) * dH;
-  BuildColumns(s);
+  const RowKernels& k = ActiveRowKernels();
+  const int n = s->dW * s->dH;
   uint8_t table[kDepthTableSize];
   InitDisparityToDepth(r.depth, table);
-  const auto* disparity = reinterpret_cast<const uint8_t*>(r.depth) + DOFRA_DEPTH_HEADER_SIZE;
-  for (size_t i = 0; i < n; ++i) s->depth[i] = table[disparity[i]];
-  BuildPurity(s);
-  RefineTables& t = s->tables;
-  BuildKernel(r.tuning.range_sigma, t.range);
-  BuildKernel(r.tuning.purity_scale, t.purity);
-  t.chroma_weight = r.tuning.chroma_weight;
-  t.flat_spread = r.tuning.flat_spread;
-  memset(s->wanted, kUnused, n);
+  k.depth_lookup(reinterpret_cast<const uint8_t*>(r.depth) + DOFRA_DEPTH_HEADER_SIZE, s->depth, n,
+                 table);
+  SetTuning(s, r.tuning);
 
   // The focus pixel's own samples first: its depth sets every weight.
-  const RefineRowKernels& k = ScalarRefineRowKernels();
-  WantCell(s, s->iy[r.focus_y], s->ix[r.focus_x]);
-  ComputeColours(s, r.guide, 0, dH - 1, 0, k);
-  CopyEdgeColours(s);
-  const int focus_depth = RefinedDepth(PixelAt(s, r.guide, r.focus_x, r.focus_y), t);
-  DepthWeights(focus_depth, kWeightFalloff, kStrengthTable[kStrengthLevels - r.level],
-               t.by_depth);
+  const int focus_depth = RefinedDepth(FocusPixel(s, r.guide, r.focus_x, r.focus_y, k), s->tables);
+  DepthWeightLut(focus_depth, kWeightFalloff, kStrengthTable[kStrengthLevels - r.level],
+                 &s->tables.weights);
+  uint8_t segments[kRefineDepths];
+  BuildSegments(s->tables.weights.by_depth, segments);
+  k.depth_lookup(s->depth, s->segment, n, segments);
 
-  ClassifyCells(s);
-  RunBands(s, pool, ColourTask, dH, r.guide, r.out);
-  CopyEdgeColours(s);
-  RunBands(s, pool, RowTask, s->H, r.guide, r.out);
+  RunBands(s, pool, r.guide, r.out);
 }
 
 }  // namespace dofra

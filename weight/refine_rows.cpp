@@ -1,33 +1,79 @@
-// Scalar members of the refined map's row helpers, and the per-pixel formula
-// they are checked against.
+// The refined map's per-pixel formula and the scalar members of its row
+// helpers (the vectorised ones: kernels/x86/refine_*.cpp,
+// kernels/arm/refine_neon.cpp).
 #include "weight/refine_rows.h"
 
 #include <algorithm>
 #include <cstdlib>
 
 #include "kernels/fixed_point.h"
+#include "kernels/row_kernels.h"
 
 namespace dofra {
 
 namespace {
 
-constexpr int kFullDistance = 255;  // distances past the tables' end read their last entry
+constexpr int kFullDistance = 255;  // distances past the table's end read its last entry
 
 inline int Lerp8(int a, int b, int f) { return Lerp8(a, b, kFracOne - f, f); }
 
-inline int Channel(uint32_t info, int shift) { return static_cast<int>(info >> shift & 0xFF); }
-
 // The colour distance of a sample, clipped to the table: luma, plus the
 // chroma distance in quarters.
-inline int Distance(int y, int v, int u, uint32_t info, int chroma_weight) {
-  const int chroma = std::abs(v - Channel(info, 8)) + std::abs(u - Channel(info, 16));
-  return std::min(std::abs(y - Channel(info, 0)) + (chroma_weight * chroma >> 2), kFullDistance);
+inline int Distance(int y, int v, int u, int sy, int sv, int su, int chroma_weight) {
+  const int chroma = std::abs(v - sv) + std::abs(u - su);
+  return std::min(std::abs(y - sy) + (chroma_weight * chroma >> 2), kFullDistance);
 }
 
 // (bx * by + 128) >> 8 <= 256; times an 8-bit range-purity product < 65536.
-inline int SampleWeight(int bx, int by, int range, uint32_t info, const RefineTables& t) {
-  const int rp = (t.range[range] * t.purity[Channel(info, 24)] + kRound8) >> kFracBits;
+inline int SampleWeight(int bx, int by, int range, int purity, const RefineTables& t) {
+  const int rp = (t.range[range] * purity + kRound8) >> kFracBits;
   return ((bx * by + kRound8) >> kFracBits) * rp;
+}
+
+// Sample k of a row pair at sample column i: 0, 1 upper, 2, 3 lower.
+inline const SampleRow& RowOf(const RefineRow& row, int k) { return k < 2 ? row.top : row.bottom; }
+
+// Column by column: four samples, four weights, one division where they do
+// not all vanish.
+void JointRow_C(const RefineRow& row, const RefineColumns& cols, const RefineTables& t, int from,
+                int to) {
+  for (int x = from; x < to; ++x) {
+    RefinePixel p;
+    p.y = row.luma[x];
+    p.v = row.chroma[x & ~1];
+    p.u = row.chroma[x | 1];
+    for (int k = 0; k < 4; ++k) {
+      const SampleRow& s = RowOf(row, k);
+      const int i = k & 1 ? cols.ix1[x] : cols.ix[x];
+      p.depth[k] = s.depth[i];
+      p.sy[k] = s.y[i];
+      p.sv[k] = s.v[i];
+      p.su[k] = s.u[i];
+      p.purity[k] = s.purity[i];
+    }
+    p.fx = cols.fx[x];
+    p.fy = row.fy;
+    row.out[x] = t.weights.by_depth[JointDepth(p, t)];
+  }
+}
+
+void BilinearRow_C(const RefineRow& row, const RefineColumns& cols, const RefineTables& t, int from,
+                   int to) {
+  for (int x = from; x < to; ++x) {
+    const int i0 = cols.ix[x], i1 = cols.ix1[x], fx = cols.fx[x];
+    const int top = Lerp8(row.top.depth[i0], row.top.depth[i1], fx);
+    row.out[x] =
+        t.weights
+            .by_depth[Lerp8(top, Lerp8(row.bottom.depth[i0], row.bottom.depth[i1], fx), row.fy)];
+  }
+}
+
+void ColumnSums_C(const uint8_t* const* rows, int n, uint16_t* sums, int from, int to) {
+  for (int x = from; x < to; ++x) {
+    int sum = 0;
+    for (int r = 0; r < n; ++r) sum += rows[r][x];
+    sums[x] = static_cast<uint16_t>(sum);
+  }
 }
 
 }  // namespace
@@ -41,8 +87,8 @@ int JointDepth(const RefinePixel& p, const RefineTables& t) {
   const int by[4] = {kFracOne - p.fy, kFracOne - p.fy, p.fy, p.fy};
   uint32_t sum = 0, weighted = 0;  // sum < 65536, weighted < 2^24
   for (int k = 0; k < 4; ++k) {
-    const int d = Distance(p.y, p.v, p.u, p.info[k], t.chroma_weight);
-    const int w = SampleWeight(bx[k], by[k], d, p.info[k], t);
+    const int d = Distance(p.y, p.v, p.u, p.sy[k], p.sv[k], p.su[k], t.chroma_weight);
+    const int w = SampleWeight(bx[k], by[k], d, p.purity[k], t);
     sum += static_cast<uint32_t>(w);
     weighted += static_cast<uint32_t>(w) * p.depth[k];
   }
@@ -56,55 +102,16 @@ int RefinedDepth(const RefinePixel& p, const RefineTables& t) {
   return hi - lo <= t.flat_spread ? BilinearDepth(p.depth, p.fx, p.fy) : JointDepth(p, t);
 }
 
-// Column by column: four gathers of depth and sample info, four weights, one
-// division where they do not all vanish.
-void RefineJointRow_C(const RefineRow& row, const RefineColumns& cols, const RefineTables& t,
-                      int from, int to) {
-  const int by0 = kFracOne - row.fy, by1 = row.fy;
-  for (int x = from; x < to; ++x) {
-    const int i0 = cols.ix[x], i1 = cols.ix1[x], fx = cols.fx[x];
-    const int bx0 = kFracOne - fx;
-    const int y = row.luma[x];
-    const int v = row.chroma[x & ~1], u = row.chroma[x | 1];
-    const uint32_t info[4] = {row.info0[i0], row.info0[i1], row.info1[i0], row.info1[i1]};
-    const int depth[4] = {row.depth0[i0], row.depth0[i1], row.depth1[i0], row.depth1[i1]};
-    const int w[4] = {
-        SampleWeight(bx0, by0, Distance(y, v, u, info[0], t.chroma_weight), info[0], t),
-        SampleWeight(fx, by0, Distance(y, v, u, info[1], t.chroma_weight), info[1], t),
-        SampleWeight(bx0, by1, Distance(y, v, u, info[2], t.chroma_weight), info[2], t),
-        SampleWeight(fx, by1, Distance(y, v, u, info[3], t.chroma_weight), info[3], t)};
-    const uint32_t sum = static_cast<uint32_t>(w[0] + w[1] + w[2] + w[3]);
-    const uint32_t weighted =
-        static_cast<uint32_t>(w[0] * depth[0] + w[1] * depth[1] + w[2] * depth[2] + w[3] * depth[3]);
-    const int d = sum == 0 ? Lerp8(Lerp8(depth[0], depth[1], fx), Lerp8(depth[2], depth[3], fx),
-                                   row.fy)
-                           : static_cast<int>((weighted + sum / 2) / sum);
-    row.out[x] = t.by_depth[d];
-  }
+void SetRangeChunks(RefineTables* t) {
+  int last = kRefineDepths - 1;
+  while (last >= 0 && t->range[last] == 0) --last;
+  t->range_chunks = (last + kRefineGroup) / kRefineGroup;
 }
 
-void RefineBilinearRow_C(const RefineRow& row, const RefineColumns& cols, const RefineTables& t,
-                         int from, int to) {
-  for (int x = from; x < to; ++x) {
-    const int i0 = cols.ix[x], i1 = cols.ix1[x], fx = cols.fx[x];
-    const int top = Lerp8(row.depth0[i0], row.depth0[i1], fx);
-    row.out[x] = t.by_depth[Lerp8(top, Lerp8(row.depth1[i0], row.depth1[i1], fx), row.fy)];
-  }
-}
-
-void CellColourSums_C(const uint8_t* luma, const uint8_t* chroma, const int32_t* cell, int from,
-                      int to, uint32_t* sums_y, uint32_t* sums_v, uint32_t* sums_u) {
-  for (int x = from; x < to; ++x) {
-    sums_y[cell[x]] += luma[x];
-    sums_v[cell[x]] += chroma[x & ~1];
-    sums_u[cell[x]] += chroma[x | 1];
-  }
-}
-
-const RefineRowKernels& ScalarRefineRowKernels() {
-  static const RefineRowKernels kScalar = {RefineJointRow_C, RefineBilinearRow_C,
-                                           CellColourSums_C};
-  return kScalar;
+void FillRefine_C(RowKernels* k) {
+  k->refine_joint_row = JointRow_C;
+  k->refine_bilinear_row = BilinearRow_C;
+  k->refine_column_sums = ColumnSums_C;
 }
 
 }  // namespace dofra

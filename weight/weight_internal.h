@@ -7,6 +7,7 @@
 #include <cstdint>
 
 #include "dofra_depth.h"
+#include "kernels/weight_rows.h"
 
 namespace dofra {
 
@@ -38,9 +39,9 @@ DepthCalibration ReadDepthCalibration(const DepthData* depth);
 // B != 0).
 bool DepthCalibrationConvertible(const DepthCalibration& cal);
 
-// The weight of every depth (by_depth: 256 entries) under the plain map's
-// rule, for the in-focus band around focus_depth.
-void DepthWeights(int focus_depth, uint8_t falloff, uint8_t strength, uint16_t* by_depth);
+// The weight of every depth and its tables under the plain map's rule, for
+// the in-focus band around focus_depth.
+void DepthWeightLut(int focus_depth, uint8_t falloff, uint8_t strength, WeightLut* lut);
 
 // Function name and fixed log lines of a caller of CheckWeightRequest.
 struct WeightRequestLog {

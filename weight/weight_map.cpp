@@ -97,17 +97,6 @@ inline uint16_t WeightOf(int v, const WeightRamp& ramp) {
   return WeightOfDiff(v < ramp.low ? ramp.low - v : (v > ramp.high ? v - ramp.high : 0), ramp);
 }
 
-}  // namespace
-
-void DepthWeights(int focus_depth, uint8_t falloff, uint8_t strength, uint16_t* by_depth) {
-  const Band band = BandAround(focus_depth);
-  const WeightRamp ramp = {band.low, band.high, kWeightFullF / static_cast<float>(falloff),
-                           strength};
-  for (int v = 0; v < kDepths; ++v) by_depth[v] = WeightOf(v, ramp);
-}
-
-namespace {
-
 constexpr int kGroup = kWeightGroup;
 constexpr int kStrip = kWeightStrip;
 // Maps from this size on are written with streaming stores: past what a
@@ -141,6 +130,15 @@ void BuildLut(const WeightRamp& ramp, WeightLut* lut) {
     }
   }
 }
+
+}  // namespace
+
+void DepthWeightLut(int focus_depth, uint8_t falloff, uint8_t strength, WeightLut* lut) {
+  const Band band = BandAround(focus_depth);
+  BuildLut({band.low, band.high, kWeightFullF / static_cast<float>(falloff), strength}, lut);
+}
+
+namespace {
 
 void WeightRow_C(const uint16_t* top, const int16_t* delta, int from, int to, const WeightRow& row,
                  const WeightLut& lut) {

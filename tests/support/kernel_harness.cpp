@@ -13,6 +13,7 @@
 #include "kernels/no_bleed_rows.h"
 #include "kernels/row_kernels.h"
 #include "support/test_image.h"
+#include "weight/refine_rows.h"
 #include "weight/weight_internal.h"
 
 using namespace dofra;  // the library's internal names
@@ -345,6 +346,133 @@ std::vector<KernelCase> WeightUpCases() {
   return cases;
 }
 
+// ------------------------------------------------------- refined map -------
+// One row of the refined map: W columns over dW = sw samples, columns
+// [first, last) written, fy = H. r picks the columns (bit 0: random steps of
+// 0..3 samples, else the driver's geometry for these sizes) and the weight
+// rule (bit 1: the plain map's, with its distance tables; else random
+// weights without them).
+struct RefineRowInputs {
+  std::vector<std::unique_ptr<FencedBytes>> bytes;  // guide rows and sample planes
+  std::vector<int32_t> ix, ix1;
+  std::vector<uint8_t> fx;
+  RefineTables tables{};
+  RefineRow row{};
+
+  RefineRowInputs(const KernelCase& c, std::mt19937& rng) : ix(c.W), ix1(c.W), fx(c.W) {
+    row.luma = Add(c.W, c.pattern, rng);
+    row.chroma = Add(c.W, c.pattern, rng);
+    for (SampleRow* s : {&row.top, &row.bottom}) {
+      const uint8_t** planes[5] = {&s->depth, &s->y, &s->v, &s->u, &s->purity};
+      for (const uint8_t** plane : planes) *plane = Add(c.sw + kRefinePlanePad, c.pattern, rng);
+    }
+    row.fy = c.H;
+    Columns(c, rng);
+    Tables(c, rng);
+  }
+  const uint8_t* Add(int n, int pattern, std::mt19937& rng) {
+    bytes.push_back(std::make_unique<FencedBytes>(static_cast<size_t>(n)));
+    Fill(bytes.back()->data(), static_cast<size_t>(n), pattern, rng);
+    return bytes.back()->data();
+  }
+  void Columns(const KernelCase& c, std::mt19937& rng) {
+    const int sx = (c.sw << 16) / c.W;
+    int i = 0;
+    for (int x = 0; x < c.W; ++x) {
+      if (c.r & 1) {
+        i = std::min(i + static_cast<int>(rng() % 4), c.sw - 1);
+        fx[x] = static_cast<uint8_t>(rng());
+      } else {
+        const int q = std::max(x * sx + (sx >> 1) - 32768, 0);
+        i = q >> 16;
+        fx[x] = static_cast<uint8_t>(q >> 8);
+      }
+      ix[x] = i;
+      ix1[x] = std::min(i + 1, c.sw - 1);
+    }
+  }
+  // Range kernels that end anywhere from entry 0 to past the last, weights
+  // of either rule.
+  void Tables(const KernelCase& c, std::mt19937& rng) {
+    const int reach = static_cast<int>(rng() % 260);
+    for (int d = 0; d < kRefineDepths; ++d)
+      tables.range[d] = static_cast<uint8_t>(d < reach ? 255 - d * 255 / (reach + 1) : 0);
+    if (c.pattern == 2) std::fill(tables.range, tables.range + kRefineDepths, 255);
+    SetRangeChunks(&tables);
+    tables.chroma_weight = static_cast<int>(rng() % 9);
+    if (c.r & 2) {
+      DepthWeightLut(static_cast<int>(rng() % 256), kWeightFalloff,
+                     static_cast<uint8_t>(rng() % 129), &tables.weights);
+    } else {
+      for (uint16_t& w : tables.weights.by_depth) w = static_cast<uint16_t>(rng() % 1025);
+      tables.weights.short_table = false;
+    }
+  }
+};
+
+// member 0: joint rows, 1: bilinear rows.
+std::vector<uint8_t> RunRefineRow(int member, bool fast, const KernelCase& c, uint8_t fill) {
+  std::mt19937 rng(c.seed);
+  RefineRowInputs in(c, rng);
+  Outputs out;
+  in.row.out = reinterpret_cast<uint16_t*>(out.Add(Area(c.W, 2), fill, 2 * c.offset));
+  const RowKernels& k = fast ? ActiveRowKernels() : ScalarRowKernels();
+  const RefineColumns cols = {in.ix.data(), in.ix1.data(), in.fx.data()};
+  (member == 0 ? k.refine_joint_row : k.refine_bilinear_row)(in.row, cols, in.tables, c.first,
+                                                             c.last);
+  return out.Bytes();
+}
+
+// Every even width up to a few steps, random ones, preview rows; samples
+// from one to one per column; whole rows, runs and tiny runs; fy 0 (the
+// upper weights 256) and others.
+std::vector<KernelCase> RefineRowCases() {
+  std::vector<KernelCase> cases;
+  std::mt19937 rng(500);
+  auto pick = [&](int lo, int hi) { return std::uniform_int_distribution<int>(lo, hi)(rng); };
+  for (int i = 0; i < 240; ++i) {
+    const int W = i < 60 ? 2 + 2 * (i / 2) : i < 230 ? 2 * pick(1, 400) : i < 236 ? 1920 : 4100;
+    const int divisors[] = {8, 4, 2, 1, 16};
+    const int dW = i % 7 == 6 ? pick(1, W) : std::max(1, W / divisors[i % 5]);
+    int from = 0, to = W;
+    if (i % 3 == 1) from = pick(0, W - 1), to = pick(from, W);
+    if (i % 3 == 2) from = pick(0, W - 1), to = std::min(W, from + pick(0, 20));
+    const int fy = i % 5 == 0 ? 0 : i % 5 == 1 ? 255 : pick(1, 254);
+    cases.push_back(
+        {W, fy, dW, 0, from, to, i % 4, i % 4 == 0 ? pick(0, 3) : (i / 4) % 4, i % 8, uint32_t(i)});
+  }
+  return cases;
+}
+
+// The vertical colour sums of sh rows (H distinct ones, repeated in turn as
+// chroma rows are) of W bytes, columns [first, last).
+std::vector<uint8_t> RunColumnSums(int, bool fast, const KernelCase& c, uint8_t fill) {
+  std::mt19937 rng(c.seed);
+  std::vector<std::unique_ptr<Input>> distinct;
+  std::vector<const uint8_t*> rows;
+  for (int r = 0; r < c.H; ++r)
+    distinct.push_back(std::make_unique<Input>(static_cast<size_t>(c.W), c.pattern, rng));
+  for (int r = 0; r < c.sh; ++r) rows.push_back(distinct[static_cast<size_t>(r % c.H)]->data());
+  Outputs out;
+  auto* sums = reinterpret_cast<uint16_t*>(out.Add(Area(c.W, 2), fill, 2 * c.offset));
+  (fast ? ActiveRowKernels() : ScalarRowKernels())
+      .refine_column_sums(rows.data(), c.sh, sums, c.first, c.last);
+  return out.Bytes();
+}
+
+// Widths across steps; 1 to kMaxSumRows rows (all 255 at the most: 65535).
+std::vector<KernelCase> ColumnSumsCases() {
+  std::vector<KernelCase> cases = ByteRowCases();
+  std::mt19937 rng(600);
+  for (KernelCase& c : cases) {
+    c.first = c.W == 0 ? 0 : static_cast<int>(rng() % c.W);
+    c.last = c.W == 0 || c.seed % 3 ? c.W : c.first + static_cast<int>(rng() % (c.W - c.first + 1));
+    c.sh = c.seed % 5 == 0 ? kMaxSumRows : 1 + static_cast<int>(rng() % 12);
+    c.H = 1 + static_cast<int>(rng() % std::min(c.sh, 4));
+  }
+  return cases;
+}
+
 
 // ------------------------------------------------------ no-glow rows -------
 const RowKernels& Rows(bool fast) { return fast ? ActiveRowKernels() : ScalarRowKernels(); }
@@ -487,6 +615,9 @@ std::vector<KernelFamily> AllKernelFamilies() {
   all.push_back({"min/max", 0, RunMinMax, ByteRowCases()});
   all.push_back({"depth lookup", 0, RunLookup, ByteRowCases()});
   all.push_back({"weight interpolation", 1, RunWeightUp, WeightUpCases()});
+  all.push_back({"refine joint rows", 0, RunRefineRow, RefineRowCases()});
+  all.push_back({"refine bilinear rows", 1, RunRefineRow, RefineRowCases()});
+  all.push_back({"refine colour sums", 0, RunColumnSums, ColumnSumsCases()});
   all.push_back({"no-glow min rows", 0, RunMinRows, NoBleedRowCases(600)});
   all.push_back({"no-glow mask row Y", 1, RunMaskRow, MaskRowCases(1)});
   all.push_back({"no-glow mask row UV", 2, RunMaskRow, MaskRowCases(2)});
