@@ -64,8 +64,8 @@ Image GrayToRgba(const Image& gray) {
 }
 
 void PrintTable(const std::vector<Timing>& timings) {
-  printf("%-34s %10s\n", "stage", "ms");
-  for (const Timing& t : timings) printf("%-34s %10.3f\n", t.stage.c_str(), t.ms);
+  printf("%-38s %10s\n", "stage", "ms");
+  for (const Timing& t : timings) printf("%-38s %10.3f\n", t.stage.c_str(), t.ms);
 }
 
 }  // namespace
