@@ -55,7 +55,8 @@ const std::vector<TuningParam>& TuningParams() {
       {"calib_b", "calib B", ParamKind::kLog, 1, kInt32Max, 1, "--calib", 1, false},
       {"calib_m", "calib M", ParamKind::kLog, 1, kU16Max, 1, "--calib", 2, false},
       {"calib_n", "calib N", ParamKind::kLog, 0, kU16Max, 1, "--calib", 3, false},
-      // The no-glow blur.
+      // The opt-in quality modes: the refined map and the no-glow blur.
+      {"refine", "refine", ParamKind::kFlag, 0, 1, 1, "--refine", -1, true},
       {"no_bleed", "no glow", ParamKind::kFlag, 0, 1, 1, "--no-bleed", -1, true},
       {"pullback", "pullback", ParamKind::kInt, 0, 8, 1, "--pullback", -1, true},
   };

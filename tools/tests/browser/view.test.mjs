@@ -212,15 +212,19 @@ test('the exported PNG is byte for byte what the exported command writes', async
   await shot('view');
 });
 
-test('the no-glow switch renders anew, reaches the command line, and A can show the default', async () => {
-  const before = await canvasPixels();
-  await rendered(() => page.check('#p-no_bleed'), (q) => q.get('no_bleed') === '1');
-  assert.notDeepEqual(await canvasPixels(), before);
-  assert.match(await page.inputValue('#command'), / --no-bleed --pullback 2 /);
-  assert.equal(await page.locator('#a-side option[value="default"]').count(), 1);
-  await shot('no-bleed');
-  await rendered(() => page.uncheck('#p-no_bleed'), (q) => q.get('no_bleed') === '0');
-});
+// Each opt-in switch: a new picture, its option in the command line, and the
+// A side able to show the default.
+for (const [key, option] of [['refine', / --refine /], ['no_bleed', / --no-bleed --pullback 2 /]]) {
+  test(`the ${key} switch renders anew, reaches the command line, and A can show the default`, async () => {
+    const before = await canvasPixels();
+    await rendered(() => page.check(`#p-${key}`), (q) => q.get(key) === '1');
+    assert.notDeepEqual(await canvasPixels(), before);
+    assert.match(await page.inputValue('#command'), option);
+    assert.equal(await page.locator('#a-side option[value="default"]').count(), 1);
+    await shot(key.replace('_', '-'));
+    await rendered(() => page.uncheck(`#p-${key}`), (q) => q.get(key) === '0');
+  });
+}
 
 test('no console errors', () => {
   assert.deepEqual(errors, []);
