@@ -19,8 +19,7 @@ constexpr int kLineBadLevel = 78;
 constexpr int kLineBadPullback = 80;
 constexpr int kLineNoWeightMap = 82;
 constexpr int kLineScratch = 84;
-
-constexpr int kFullPerStrength = 8;  // 1024 / 128: a map's most per unit of strength
+constexpr int kLineBadThreshold = 86;
 
 // Everything a switch needs, before anything changes.
 bool CheckMode(const DofraHandle* handle, const DofraNoBleed* mode) {
@@ -50,6 +49,11 @@ bool CheckMode(const DofraHandle* handle, const DofraNoBleed* mode) {
               dofra::kNoBleedMaxPullback);
     return false;
   }
+  if (mode->threshold < 1 || mode->threshold > DOFRA_NO_BLEED_THRESHOLD_MAX) {
+    DOFRA_LOG(kLineBadThreshold, kName, "threshold %d outside 1..%d\n", mode->threshold,
+              DOFRA_NO_BLEED_THRESHOLD_MAX);
+    return false;
+  }
   if (handle->weight == nullptr || handle->weight->weight_map == nullptr) {
     DOFRA_LOG(kLineNoWeightMap, kName, "no weight map: call DofraCreateWeightMap first\n");
     return false;
@@ -76,8 +80,9 @@ extern "C" DOFRA_EXPORT int DofraSetNoBleed(DofraHandle* handle, const DofraNoBl
     }
   }
   const int strength = dofra::kStrengthTable[dofra::kStrengthLevels - mode->level];
+  // threshold eighths of the full weight 8 * strength, exactly.
   dofra::SetNoBleedRule(ctx->no_bleed, mode->pullback,
-                        static_cast<uint16_t>(kFullPerStrength * strength));
+                        static_cast<uint16_t>(mode->threshold * strength));
   ctx->no_bleed->enabled = true;
   return 0;
 }

@@ -11,7 +11,7 @@ namespace dofra {
 namespace {
 
 constexpr int64_t kAlign = 64;
-constexpr int kRowSlack = 16;       // words past the pullback after a row of minima
+constexpr int kRowSlack = 16;        // words past the pullback after a row of minima
 constexpr int kStripOutputs = 1024;  // columns of sums kept on the stack at once
 
 int64_t Aligned(int64_t n) { return (n + kAlign - 1) / kAlign * kAlign; }
@@ -103,10 +103,10 @@ void FreeNoBleedState(NoBleedState* state) {
   free(state);
 }
 
-void SetNoBleedRule(NoBleedState* state, int pullback, uint16_t full) {
+void SetNoBleedRule(NoBleedState* state, int pullback, uint16_t threshold) {
   for (NoBleedTask& t : state->tasks) {
     t.pullback = pullback;
-    t.full = full;
+    t.threshold = threshold;
   }
 }
 
@@ -127,9 +127,8 @@ void NoBleedMaskRows(const BandTask& t, int first, int last) {
     const size_t stride = static_cast<size_t>(W) * nb.row_step;
     k.map_min_rows(t.weight_map + static_cast<size_t>(top) * W, stride,
                    (bottom - top) / nb.row_step + 1, row, W);
-    const int ones = k.mask_row[nb.lead - 1](row, W, nb.block, p, nb.full,
-                                             nb.mask + static_cast<size_t>(i) * t.small_width,
-                                             count);
+    const int ones = k.mask_row[nb.lead - 1](
+        row, W, nb.block, p, nb.threshold, nb.mask + static_cast<size_t>(i) * t.small_width, count);
     nb.row_kinds[i] = ones == 0 ? kMaskRowNone : ones == count ? kMaskRowAll : kMaskRowMixed;
   }
 }

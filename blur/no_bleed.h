@@ -30,7 +30,7 @@ struct NoBleedTask {
   int map_height;        // weight-map rows the plane may read
   int row_step;          // of those, the rows its composite reads: all (luma) or even (chroma)
   int pullback;
-  uint16_t full;  // the level's full weight
+  uint16_t threshold;  // map pixels at least this count as blurred
 };
 
 // One block per handle, allocated by the mode's first switch on and kept
@@ -46,7 +46,7 @@ NoBleedState* NewNoBleedState(int W, int H, int s);
 int64_t NoBleedStateBytes(int W, int H, int s);
 void FreeNoBleedState(NoBleedState* state);
 // The rule every band follows from the next frame on.
-void SetNoBleedRule(NoBleedState* state, int pullback, uint16_t full);
+void SetNoBleedRule(NoBleedState* state, int pullback, uint16_t threshold);
 
 // Mask rows first..last of the band's plane from the weight map.
 void NoBleedMaskRows(const BandTask& t, int first, int last);

@@ -1,8 +1,9 @@
 // The no-glow blur's row helpers as plain formulas: the reference every
 // instruction set's members match byte for byte.
+#include "kernels/no_bleed_rows.h"
+
 #include <algorithm>
 
-#include "kernels/no_bleed_rows.h"
 #include "kernels/row_kernels.h"
 
 namespace dofra {
@@ -19,14 +20,14 @@ void MapMinRows_C(const uint16_t* rows, size_t stride, int count, uint16_t* out,
 
 // The definition itself: the minimum over the sample's window, clamped.
 template <int kLead>
-int MaskRow_C(uint16_t* row, int W, int block, int pullback, uint16_t full, uint8_t* out,
+int MaskRow_C(uint16_t* row, int W, int block, int pullback, uint16_t threshold, uint8_t* out,
               int count) {
   int ones = 0;
   for (int j = 0; j < count; ++j) {
     const int lo = std::max(j * block - pullback, 0);
     const int hi = std::min(j * block + block - 1 + pullback, W - 1);
     uint8_t m = 1;
-    for (int x = lo; x <= hi && m; ++x) m = row[x] >= full;
+    for (int x = lo; x <= hi && m; ++x) m = row[x] >= threshold;
     for (int b = 0; b < kLead; ++b) out[kLead * j + b] = m;
     ones += m;
   }

@@ -107,12 +107,13 @@ DOFRA_EXPORT int DofraRefineWeightMap(WeightParams* request, DofraHandle* handle
 // smoothed copy is gathered only from samples that surely belong to the
 // blurred layer:
 //
-//   full      a map pixel is at full weight when it is at least
-//             8 * strength(level) = 1024 * strength / 128, the most that maps
-//             of `level` reach (1024 at level 1, 0 at level 20).
+//   blurred   a map pixel counts as blurred when it is at least
+//             threshold * strength(level): `threshold` eighths of the most
+//             that maps of `level` reach, 8 * strength = 1024 * strength / 128
+//             (1024 at level 1, 0 at level 20, where every pixel counts).
 //   counted   a shrunken sample counts (m = 1) when every map pixel within
 //             `pullback` frame pixels of the pixels it stands for, clamped to
-//             the frame, is at full weight; else m = 0. Luma sample (i, j)
+//             the frame, counts as blurred; else m = 0. Luma sample (i, j)
 //             stands for frame rows i*s .. i*s + s - 1 and columns j*s ..
 //             j*s + s - 1 (s the scale factor). A chroma sample stands for
 //             the 2s x 2s luma block of its pairs, read as the chroma
@@ -137,12 +138,19 @@ struct DofraNoBleed {
   int32_t enable;    // 1 on, 0 off (then the other fields are not read)
   int32_t level;     // 1..20: the level the installed maps are made with
   int32_t pullback;  // 0..8 frame pixels, default 2
+  int32_t threshold; // 1..8 eighths of the level's full weight, default 6
 };
 
 #define DOFRA_NO_BLEED_PULLBACK_DEFAULT 2
 #define DOFRA_NO_BLEED_PULLBACK_MAX 8
+// Six eighths: a soft map's ramp beside the subject still gathers from the
+// background around it, while the pullback keeps the subject's own edge out.
+// Eight counts only pixels at full weight (safest where the map's edge may
+// fall inside the subject, but a soft map then leaves more glow).
+#define DOFRA_NO_BLEED_THRESHOLD_DEFAULT 6
+#define DOFRA_NO_BLEED_THRESHOLD_MAX 8
 
-static_assert(sizeof(DofraNoBleed) == 12, "DofraNoBleed layout");
+static_assert(sizeof(DofraNoBleed) == 16, "DofraNoBleed layout");
 
 extern "C" {
 
@@ -156,7 +164,8 @@ extern "C" {
 // blurs exactly as if the mode had never been on. Refuses (1, the handle as
 // it was, one log line): a null handle or record, a handle without workers
 // or blur context, enable other than 0 or 1, and when switching on a level
-// outside 1..20, a pullback outside 0..8 or no installed weight map. Not to
+// outside 1..20, a pullback outside 0..8, a threshold outside 1..8 or no
+// installed weight map. Not to
 // be called while DofraBlurImage runs on the same handle.
 DOFRA_EXPORT int DofraSetNoBleed(DofraHandle* handle, const DofraNoBleed* mode);
 

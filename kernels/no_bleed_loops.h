@@ -26,9 +26,9 @@ int MinRowsSteps(const uint16_t* rows, size_t stride, int count, uint16_t* out, 
 // a[x] = min(a[x], a[x + d]) for x in [0, n), in place from left to right:
 // a vector reads a[x + d ..] before anything at or right of x is written.
 int MinShiftSteps(uint16_t* a, int n, int d);
-// How many of row[0, n) are at least `full`, in whole vectors: the count
+// How many of row[0, n) are at least `threshold`, in whole vectors: the count
 // and the first entry left to the formula.
-int CountFullSteps(const uint16_t* row, int n, uint16_t full, int* fulls);
+int CountPassingSteps(const uint16_t* row, int n, uint16_t threshold, int* passing);
 // The masked column sums, [begin, n).
 template <bool kSub>
 int MaskedSlideSteps(const uint8_t* v, const uint8_t* m, const uint8_t* v_sub, const uint8_t* m_sub,
@@ -55,16 +55,18 @@ void MinShift(uint16_t* a, int n, int d) {
 // steps leave in a[x] the minimum of 2^k entries from x (2^k <= L < 2^(k+1)),
 // and two of those cover the window. The last window ends at count * block
 // + 2 * pullback <= W + 2 * pullback, inside the padded row.
-// A row whose entries are all at full weight counts every sample, one with
-// none at full weight counts none: both are common (the background far
-// behind, the ground in front) and need no windows.
+// A row whose entries all count as blurred counts every sample, one with none
+// counts none: both are common (the background far behind, the ground in
+// front) and need no windows.
 template <int kLead>
-int MaskRow(uint16_t* row, int W, int block, int pullback, uint16_t full, uint8_t* out, int count) {
-  int fulls = 0;
-  for (int x = CountFullSteps(row, W, full, &fulls); x < W; ++x) fulls += row[x] >= full;
-  if (fulls == 0 || fulls == W) {
-    std::memset(out, fulls == W, static_cast<size_t>(kLead) * count);
-    return fulls == W ? count : 0;
+int MaskRow(uint16_t* row, int W, int block, int pullback, uint16_t threshold, uint8_t* out,
+            int count) {
+  int passing = 0;
+  for (int x = CountPassingSteps(row, W, threshold, &passing); x < W; ++x)
+    passing += row[x] >= threshold;
+  if (passing == 0 || passing == W) {
+    std::memset(out, passing == W, static_cast<size_t>(kLead) * count);
+    return passing == W ? count : 0;
   }
   uint16_t* a = row - pullback;
   for (int i = 0; i < pullback; ++i) {
@@ -78,7 +80,7 @@ int MaskRow(uint16_t* row, int W, int block, int pullback, uint16_t full, uint8_
   int ones = 0;
   const uint16_t* w = a;
   for (int j = 0; j < count; ++j, w += block) {
-    const uint8_t m = (w[0] < w[tail] ? w[0] : w[tail]) >= full;
+    const uint8_t m = (w[0] < w[tail] ? w[0] : w[tail]) >= threshold;
     out[kLead * j] = m;
     if (kLead == 2) out[kLead * j + 1] = m;
     ones += m;
@@ -94,8 +96,7 @@ void MaskedSlideAdd(const uint8_t* v, const uint8_t* m, uint16_t* v_sums, uint16
 }
 
 void MaskedSlideAddSub(const uint8_t* v, const uint8_t* m, const uint8_t* v_sub,
-                       const uint8_t* m_sub, uint16_t* v_sums, uint16_t* m_sums, int begin,
-                       int n) {
+                       const uint8_t* m_sub, uint16_t* v_sums, uint16_t* m_sums, int begin, int n) {
   const int q = MaskedSlideSteps<true>(v, m, v_sub, m_sub, v_sums, m_sums, begin, n);
   Formulas().masked_slide_add_sub(v, m, v_sub, m_sub, v_sums, m_sums, q, n);
 }

@@ -151,11 +151,11 @@ struct RowKernels {
   // out[x] = min over k < count of rows[k * stride + x], x in [0, n).
   void (*map_min_rows)(const uint16_t* rows, size_t stride, int count, uint16_t* out, int n);
   // Mask of `count` samples from one row of W vertical minima: sample j is
-  // 1 when row[x] >= full for every x within `pullback` of [j * block,
+  // 1 when row[x] >= threshold for every x within `pullback` of [j * block,
   // j * block + block), clamped to [0, W); lead 2 writes each twice (a pair).
   // Returns the samples that count. The row is clobbered, and `pullback`
   // entries before and after it are written too.
-  int (*mask_row[kSmoothLeads])(uint16_t* row, int W, int block, int pullback, uint16_t full,
+  int (*mask_row[kSmoothLeads])(uint16_t* row, int W, int block, int pullback, uint16_t threshold,
                                 uint8_t* out, int count);
   // Column sums [begin, n) of v * m and of m (m is 0 or 1) gain a row
   // (and lose one), wrapping words.

@@ -118,8 +118,8 @@ struct Handle {
     EXPECT_EQ(DofraCreateWeightMap(handle, &info), 0);
   }
   ~Handle() { DofraDeinit(handle); }
-  int Set(int enable, int level, int pullback) {
-    const DofraNoBleed mode = {enable, level, pullback};
+  int Set(int enable, int level, int pullback, int threshold = DOFRA_NO_BLEED_THRESHOLD_DEFAULT) {
+    const DofraNoBleed mode = {enable, level, pullback, threshold};
     return DofraSetNoBleed(handle, &mode);
   }
   // Out of place (into a copy of the frame: rows no band writes stay), or in place.
@@ -147,8 +147,15 @@ const struct {
   uint16_t full;
 } kLevels[] = {{1, 1024}, {5, 960}, {20, 0}};
 
-// Accepted sizes of each factor, bands of a few strips included, at every
-// pullback's extremes: the pipeline gives the rule's bytes, in place too.
+// Pullbacks at their extremes, each with a threshold in eighths of the full
+// weight: the weight from which a map pixel counts is full * eighths / 8.
+const struct {
+  int pullback;
+  int eighths;
+} kRules[] = {{0, 8}, {3, DOFRA_NO_BLEED_THRESHOLD_DEFAULT}, {8, 1}};
+
+// Accepted sizes of each factor, bands of a few strips included, under
+// each rule: the pipeline gives the rule's bytes, in place too.
 class NoBleedFrames : public ::testing::TestWithParam<int> {};
 
 TEST_P(NoBleedFrames, AsTheRuleSays) {
@@ -158,15 +165,17 @@ TEST_P(NoBleedFrames, AsTheRuleSays) {
   for (const auto& size : sizes) {
     const int w = size[0], h = size[1];
     if (blur_frame_refusal(w, h, s, 5) != nullptr) continue;
-    for (int pullback : {0, 3, 8})
+    for (const auto& rule : kRules)
       for (const auto& l : kLevels) {
+        const int pullback = rule.pullback;
         SCOPED_TRACE(testing::Message() << w << "x" << h << " x" << s << " pullback " << pullback
-                                        << " level " << l.level);
+                                        << " threshold " << rule.eighths << " level " << l.level);
         const std::vector<uint16_t> map = DiscMap(w, h, l.full ? l.full : 1, w + pullback);
         const std::vector<uint8_t> frame = Frame(w, h, w * 7 + h);
         Handle handle(w, h, s, map);
-        ASSERT_EQ(handle.Set(1, l.level, pullback), 0);
-        const std::vector<uint8_t> want = Reference(s, frame, w, h, map, l.full, pullback);
+        ASSERT_EQ(handle.Set(1, l.level, pullback, rule.eighths), 0);
+        const uint16_t threshold = static_cast<uint16_t>(l.full * rule.eighths / 8);
+        const std::vector<uint8_t> want = Reference(s, frame, w, h, map, threshold, pullback);
         ASSERT_EQ(handle.Blur(frame), want);
         ASSERT_EQ(handle.Blur(frame, true), want) << "in place";
         ++runs;
@@ -210,8 +219,8 @@ TEST(NoBleed, DefaultBytesWhereEverySampleCountsAndWhenOff) {
 // The opt-in frame at each factor: the same bytes at every kernel level (this
 // suite also runs with the scalar level forced).
 TEST(NoBleed, DigestsAtEachFactor) {
-  const uint64_t expected[] = {9331035573549507366ull, 8254003900472463889ull,
-                               13072796878639791686ull, 1259645137945001626ull};
+  const uint64_t expected[] = {13086067750657218456ull, 4332549521432750696ull,
+                               11070921004037473427ull, 9629424981645540707ull};
   const std::vector<uint8_t> frame = Frame(960, 540, 2026);
   const std::vector<uint16_t> map = DiscMap(960, 540, 1024, 2026);
   for (int i = 0; i < 4; ++i) {
@@ -232,16 +241,18 @@ struct Refusal {
 // One line each, result 1, and the handle blurs as it did.
 TEST(NoBleed, RefusalsLogReturnOneAndChangeNothing) {
   const Refusal cases[] = {
-      {{1, 1, 3}, 1, 70, "invalid handle"},
-      {{1, 1, 3}, 2, 72, "invalid mode record"},
-      {{1, 1, 3}, 3, 74, "handle not made by DofraInit"},
-      {{2, 1, 3}, 0, 76, "enable 2 is neither 0 nor 1"},
-      {{-1, 1, 3}, 0, 76, "enable -1 is neither 0 nor 1"},
-      {{1, 0, 3}, 0, 78, "invalid level 0"},
-      {{1, 21, 3}, 0, 78, "invalid level 21"},
-      {{1, 1, -1}, 0, 80, "pullback -1 outside 0..8"},
-      {{1, 1, 9}, 0, 80, "pullback 9 outside 0..8"},
-      {{1, 1, 3}, 4, 82, "no weight map: call DofraCreateWeightMap first"},
+      {{1, 1, 3, 6}, 1, 70, "invalid handle"},
+      {{1, 1, 3, 6}, 2, 72, "invalid mode record"},
+      {{1, 1, 3, 6}, 3, 74, "handle not made by DofraInit"},
+      {{2, 1, 3, 6}, 0, 76, "enable 2 is neither 0 nor 1"},
+      {{-1, 1, 3, 6}, 0, 76, "enable -1 is neither 0 nor 1"},
+      {{1, 0, 3, 6}, 0, 78, "invalid level 0"},
+      {{1, 21, 3, 6}, 0, 78, "invalid level 21"},
+      {{1, 1, -1, 6}, 0, 80, "pullback -1 outside 0..8"},
+      {{1, 1, 9, 6}, 0, 80, "pullback 9 outside 0..8"},
+      {{1, 1, 3, 0}, 0, 86, "threshold 0 outside 1..8"},
+      {{1, 1, 3, 9}, 0, 86, "threshold 9 outside 1..8"},
+      {{1, 1, 3, 6}, 4, 82, "no weight map: call DofraCreateWeightMap first"},
   };
   const int w = 192, h = 96;
   const std::vector<uint8_t> frame = Frame(w, h, 3);

@@ -37,11 +37,12 @@ int MinShiftSteps(uint16_t* a, int n, int d) {
   return x;
 }
 
-// Lanes at or above full, one per lane.
-int CountFullSteps(const uint16_t* row, int n, uint16_t full, int* fulls) {
-  const uint16x8_t f = vdupq_n_u16(full);
+// Lanes at or above threshold, one per lane.
+int CountPassingSteps(const uint16_t* row, int n, uint16_t threshold, int* passing) {
+  const uint16x8_t f = vdupq_n_u16(threshold);
   int x = 0;
-  for (; x + 8 <= n; x += 8) *fulls += vaddvq_u16(vshrq_n_u16(vcgeq_u16(vld1q_u16(row + x), f), 15));
+  for (; x + 8 <= n; x += 8)
+    *passing += vaddvq_u16(vshrq_n_u16(vcgeq_u16(vld1q_u16(row + x), f), 15));
   return x;
 }
 
@@ -88,8 +89,9 @@ inline uint16x8_t MaskedMean8(uint16x8_t s, uint16x8_t c) {
   const uint16x8_t r_low =
       vorrq_u16(vmovl_u8(Lookup(kRecipLow, c_bytes)), vshll_n_u8(Lookup(kRecipMid, c_bytes), 8));
   const uint16x8_t r_high = vmovl_u8(Lookup(kRecipHigh, c_bytes));
-  const uint16x8_t low = vcombine_u16(vshrn_n_u32(vmull_u16(vget_low_u16(n), vget_low_u16(r_low)), 16),
-                                      vshrn_n_u32(vmull_high_u16(n, r_low), 16));
+  const uint16x8_t low =
+      vcombine_u16(vshrn_n_u32(vmull_u16(vget_low_u16(n), vget_low_u16(r_low)), 16),
+                   vshrn_n_u32(vmull_high_u16(n, r_low), 16));
   return vshrq_n_u16(vaddq_u16(low, vmulq_u16(n, r_high)), 1);
 }
 

@@ -45,10 +45,10 @@ int MinShiftSteps(uint16_t* a, int n, int d) {
   return x;
 }
 
-// Lanes at or above full (max(x, full) == x) count in word lanes, each at
+// Lanes at or above threshold (max(x, threshold) == x) count in word lanes, each at
 // most n / 16 <= 2^15; summed at the end.
-int CountFullSteps(const uint16_t* row, int n, uint16_t full, int* fulls) {
-  const __m256i f = _mm256_set1_epi16(static_cast<int16_t>(full));
+int CountPassingSteps(const uint16_t* row, int n, uint16_t threshold, int* passing) {
+  const __m256i f = _mm256_set1_epi16(static_cast<int16_t>(threshold));
   __m256i lanes = _mm256_setzero_si256();
   int x = 0;
   for (; x + 16 <= n; x += 16) {
@@ -58,7 +58,7 @@ int CountFullSteps(const uint16_t* row, int n, uint16_t full, int* fulls) {
   const __m256i pairs = _mm256_madd_epi16(lanes, _mm256_set1_epi16(1));
   __m128i s = _mm_add_epi32(_mm256_castsi256_si128(pairs), _mm256_extracti128_si256(pairs, 1));
   s = _mm_add_epi32(s, _mm_srli_si128(s, 8));
-  *fulls += _mm_cvtsi128_si32(_mm_add_epi32(s, _mm_srli_si128(s, 4)));
+  *passing += _mm_cvtsi128_si32(_mm_add_epi32(s, _mm_srli_si128(s, 4)));
   return x;
 }
 
@@ -76,8 +76,9 @@ int MaskedSlideSteps(const uint8_t* v, const uint8_t* m, const uint8_t* v_sub, c
       __m256i mw = _mm256_add_epi16(Load(m_sums + q + h), _mm256_cvtepu8_epi16(ma));
       if (kSub) {
         const __m128i ms = _mm_loadu_si128(reinterpret_cast<const __m128i*>(m_sub + q + h));
-        const __m128i vs = _mm_and_si128(
-            _mm_loadu_si128(reinterpret_cast<const __m128i*>(v_sub + q + h)), _mm_sub_epi8(zero, ms));
+        const __m128i vs =
+            _mm_and_si128(_mm_loadu_si128(reinterpret_cast<const __m128i*>(v_sub + q + h)),
+                          _mm_sub_epi8(zero, ms));
         vw = _mm256_sub_epi16(vw, _mm256_cvtepu8_epi16(vs));
         mw = _mm256_sub_epi16(mw, _mm256_cvtepu8_epi16(ms));
       }
@@ -92,7 +93,8 @@ int MaskedSlideSteps(const uint8_t* v, const uint8_t* m, const uint8_t* v_sub, c
 // c + 0x70 selects the first half for c < 16, c - 16 the second for c >= 16,
 // each giving 0 (bit 7 set) for the other.
 inline __m256i Lookup(const uint8_t* table, __m256i c_bytes) {
-  const __m256i first = _mm256_broadcastsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i*>(table)));
+  const __m256i first =
+      _mm256_broadcastsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i*>(table)));
   const __m256i second =
       _mm256_broadcastsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i*>(table + 16)));
   const __m256i lo = _mm256_shuffle_epi8(first, _mm256_adds_epu8(c_bytes, _mm256_set1_epi8(0x70)));
@@ -128,7 +130,8 @@ int MaskedBoxSteps(const uint16_t* v_sums, const uint16_t* m_sums, uint8_t* dst,
     __m128i* out = reinterpret_cast<__m128i*>(dst + x);
     const __m256i old = _mm256_cvtepu8_epi16(_mm_loadu_si128(out));
     const __m256i v = _mm256_blendv_epi8(MaskedMean16(s, c), old, keep);
-    _mm_storeu_si128(out, _mm_packus_epi16(_mm256_castsi256_si128(v), _mm256_extracti128_si256(v, 1)));
+    _mm_storeu_si128(out,
+                     _mm_packus_epi16(_mm256_castsi256_si128(v), _mm256_extracti128_si256(v, 1)));
   }
   return x;
 }

@@ -40,10 +40,10 @@ int MinShiftSteps(uint16_t* a, int n, int d) {
   return x;
 }
 
-// Lanes at or above full (max(x, full) == x) count in word lanes, each at
+// Lanes at or above threshold (max(x, threshold) == x) count in word lanes, each at
 // most n / 8 <= 2^15; summed at the end.
-int CountFullSteps(const uint16_t* row, int n, uint16_t full, int* fulls) {
-  const __m128i f = _mm_set1_epi16(static_cast<int16_t>(full));
+int CountPassingSteps(const uint16_t* row, int n, uint16_t threshold, int* passing) {
+  const __m128i f = _mm_set1_epi16(static_cast<int16_t>(threshold));
   __m128i lanes = _mm_setzero_si128();
   int x = 0;
   for (; x + 8 <= n; x += 8) {
@@ -52,7 +52,7 @@ int CountFullSteps(const uint16_t* row, int n, uint16_t full, int* fulls) {
   }
   const __m128i pairs = _mm_madd_epi16(lanes, _mm_set1_epi16(1));
   const __m128i quads = _mm_add_epi32(pairs, _mm_srli_si128(pairs, 8));
-  *fulls += _mm_cvtsi128_si32(_mm_add_epi32(quads, _mm_srli_si128(quads, 4)));
+  *passing += _mm_cvtsi128_si32(_mm_add_epi32(quads, _mm_srli_si128(quads, 4)));
   return x;
 }
 
@@ -91,8 +91,7 @@ int MaskedSlideSteps(const uint8_t* v, const uint8_t* m, const uint8_t* v_sub, c
 // 0 there).
 inline __m128i Lookup(const uint8_t* table, __m128i c_bytes) {
   const __m128i lo = _mm_shuffle_epi8(Load(table), _mm_adds_epu8(c_bytes, _mm_set1_epi8(0x70)));
-  const __m128i hi =
-      _mm_shuffle_epi8(Load(table + 16), _mm_sub_epi8(c_bytes, _mm_set1_epi8(16)));
+  const __m128i hi = _mm_shuffle_epi8(Load(table + 16), _mm_sub_epi8(c_bytes, _mm_set1_epi8(16)));
   return _mm_or_si128(lo, hi);
 }
 
@@ -121,7 +120,8 @@ int MaskedBoxSteps(const uint16_t* v_sums, const uint16_t* m_sums, uint8_t* dst,
     }
     const __m128i keep = _mm_or_si128(_mm_cmpeq_epi16(c, zero), _mm_cmpeq_epi16(c, area));
     if (_mm_movemask_epi8(keep) == 0xFFFF) continue;
-    const __m128i old = _mm_cvtepu8_epi16(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(dst + x)));
+    const __m128i old =
+        _mm_cvtepu8_epi16(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(dst + x)));
     const __m128i out = _mm_blendv_epi8(MaskedMean8(s, c), old, keep);
     _mm_storel_epi64(reinterpret_cast<__m128i*>(dst + x), _mm_packus_epi16(out, out));
   }

@@ -165,7 +165,7 @@ TEST(RuntimeFaultTest, NoBleedScratchOnceAndNothingPerFrame) {
   std::vector<uint16_t> weights(1920 * 1080, 1024);
   DofraWeightMapInfo info{{0, 0, 0}, weights.data()};
   ASSERT_EQ(DofraCreateWeightMap(handle, &info), 0);
-  const DofraNoBleed on = {1, 1, 2};
+  const DofraNoBleed on = {1, 1, 2, DOFRA_NO_BLEED_THRESHOLD_DEFAULT};
   for (int nth : {1, 2}) {
     LogCapture log;
     fault::FailAllocation(nth);

@@ -63,7 +63,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const std::vector<uint8_t> out = Blur(handle, &src, false);
   FUZZ_CHECK(Blur(handle, &src, true) == out);
   if (set != 0 || mode.enable == 0) FUZZ_CHECK(out == plain);
-  const DofraNoBleed off = {0, 0, 0};
+  const DofraNoBleed off = {0, 0, 0, 0};
   FUZZ_CHECK(DofraSetNoBleed(handle, &off) == 0);
   FUZZ_CHECK(Blur(handle, &src, false) == plain);
   FUZZ_CHECK(DofraDeinit(handle) == 0);

@@ -62,8 +62,9 @@ struct Timings {
 };
 
 // The no-glow blur on the bench's handle: level 1, the default pullback.
-constexpr DofraNoBleed kNoBleedOn = {1, kBenchLevel, DOFRA_NO_BLEED_PULLBACK_DEFAULT};
-constexpr DofraNoBleed kNoBleedOff = {0, 0, 0};
+constexpr DofraNoBleed kNoBleedOn = {1, kBenchLevel, DOFRA_NO_BLEED_PULLBACK_DEFAULT,
+                                     DOFRA_NO_BLEED_THRESHOLD_DEFAULT};
+constexpr DofraNoBleed kNoBleedOff = {0, 0, 0, 0};
 
 double TimeBlur(BlurSession* session, CacheFlusher* flusher) {
   if (flusher) flusher->Flush();
@@ -119,8 +120,8 @@ const CommandSpec kBenchCommand = {
     "frame a 64 MiB write pushes the frames and the library's buffers out of them.\n"
     "--refine also times the refined weight map (guided by the frame), interleaved\n"
     "with the others, and its median against the plain map's. --no-bleed also times\n"
-    "each frame again with the no-glow blur on (level 1, pullback 2), and its median\n"
-    "against the default blur's.",
+    "each frame again with the no-glow blur on (level 1, pullback 2, threshold 6),\n"
+    "and its median against the default blur's.",
     {
         {"--size", "WxH", "1920x1080", "frame size, one the library accepts"},
         {"--scale", "S", "4", "blur factor: 2, 4, 6 or 8"},

@@ -161,7 +161,8 @@ int RunDemo(const std::vector<std::string>& args) {
   const Image refined_blur = first.Result();
 
   // The first factor with the no-glow blur, under each map.
-  const DofraNoBleed no_bleed_on = {1, level, DOFRA_NO_BLEED_PULLBACK_DEFAULT};
+  const DofraNoBleed no_bleed_on = {1, level, DOFRA_NO_BLEED_PULLBACK_DEFAULT,
+                                    DOFRA_NO_BLEED_THRESHOLD_DEFAULT};
   std::vector<Image> no_bleed;
   for (uint16_t* weights : {mapper.weights(), refined.data()}) {
     first.SetWeights(weights);

@@ -58,7 +58,7 @@ int RunQuality(const std::vector<std::string>& args) {
   printf("scenes %s, level %d\n", SizeText(settings.size).c_str(), settings.level);
   if (!options.Has("--glow-only"))
     for (const ScoreTable& table : MeasureEdges(settings)) printf("\n%s", FormatTable(table).c_str());
-  // The glow scene has its own size: the one the figures were taken at.
+  // The glow scene has its own size, the one its figures are quoted at.
   GlowSettings glow;
   glow.level = settings.level;
   glow.tuning = &tuning;

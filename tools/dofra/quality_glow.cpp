@@ -53,7 +53,7 @@ struct GlowSetup {
     RgbaToNv21(picture, session->source());
     session->PrimeDestination();
     session->SetWeights(maps[row.refine].data());
-    session->SetNoBleed({row.no_bleed ? 1 : 0, level, row.pullback});
+    session->SetNoBleed({row.no_bleed ? 1 : 0, level, row.pullback, row.threshold});
     if (!session->Blur()) throw InputError("the library refused to blur the glow scene");
     return session->destination();
   }
@@ -76,13 +76,21 @@ std::vector<GlowRow> Modes(const GlowSettings& settings) {
     row.no_bleed = true;
     row.label = refine ? "--refine --no-bleed" : "--no-bleed";
     rows.push_back(row);
+    const std::string no_bleed = refine ? "--refine --no-bleed" : "--no-bleed";
     for (int p : settings.pullbacks) {
       if (p == DOFRA_NO_BLEED_PULLBACK_DEFAULT) continue;
       row.pullback = p;
-      row.label = (refine ? "--refine --no-bleed --pullback " : "--no-bleed --pullback ") +
-                  std::to_string(p);
+      row.label = no_bleed + " --pullback " + std::to_string(p);
       rows.push_back(row);
     }
+    row.pullback = DOFRA_NO_BLEED_PULLBACK_DEFAULT;
+    for (int t : settings.thresholds) {
+      if (t == DOFRA_NO_BLEED_THRESHOLD_DEFAULT) continue;
+      row.threshold = t;
+      row.label = no_bleed + " --threshold " + std::to_string(t);
+      rows.push_back(row);
+    }
+    row.threshold = DOFRA_NO_BLEED_THRESHOLD_DEFAULT;
   }
   return rows;
 }

@@ -20,6 +20,7 @@ struct GlowSettings {
   int level = 1;
   double radius = 150;                        // of the disc, in pixels
   std::vector<int> pullbacks = {2, 3, 4};     // --no-bleed rows beside the default
+  std::vector<int> thresholds = {4, 8};       // and with the default pullback
   const DofraRefineTuning* tuning = nullptr;  // the library's defaults
 };
 
@@ -35,6 +36,7 @@ struct GlowRow {
   bool refine = false;
   bool no_bleed = false;
   int pullback = DOFRA_NO_BLEED_PULLBACK_DEFAULT;
+  int threshold = DOFRA_NO_BLEED_THRESHOLD_DEFAULT;
   double near = 0, wide = 0;
 };
 
@@ -43,8 +45,8 @@ struct GlowTable {
   std::vector<GlowRow> rows;
 };
 
-// Rows default, --no-bleed (the default pullback, then each of `pullbacks`),
-// --refine, --refine --no-bleed (alike).
+// Rows default, --no-bleed (the defaults, then each of `pullbacks` and of
+// `thresholds`), --refine, --refine --no-bleed (alike).
 GlowTable MeasureGlow(const GlowSettings& settings);
 std::string FormatGlowTable(const GlowTable& table);
 

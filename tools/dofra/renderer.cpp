@@ -63,7 +63,7 @@ double MapWeights(WeightMapper* mapper, const BlurSettings& settings, const Imag
 }
 
 DofraNoBleed NoBleedMode(const BlurSettings& settings) {
-  return {settings.no_bleed ? 1 : 0, settings.level, settings.pullback};
+  return {settings.no_bleed ? 1 : 0, settings.level, settings.pullback, settings.threshold};
 }
 
 PictureRenderer::PictureRenderer(PictureInputs inputs) : inputs_(std::move(inputs)) {}

@@ -5,7 +5,8 @@ namespace dofra_tool {
 namespace {
 
 constexpr int kMaxDisparityValue = 255;
-constexpr int kMaxPullback = 8;  // DOFRA_NO_BLEED_PULLBACK_MAX: the library refuses more
+constexpr int kMaxPullback = 8;   // DOFRA_NO_BLEED_PULLBACK_MAX: the library refuses more
+constexpr int kMaxThreshold = 8;  // DOFRA_NO_BLEED_THRESHOLD_MAX
 
 }  // namespace
 
@@ -25,6 +26,8 @@ std::vector<OptionSpec> SettingOptions() {
       {"--no-bleed", nullptr, "off",
        "keep in-focus colours out of the blurred background (DofraSetNoBleed)"},
       {"--pullback", "N", "2", "no-glow blur: frame pixels kept clear of the subject (0..8)"},
+      {"--threshold", "N", "6",
+       "no-glow blur: a map pixel counts as blurred from N eighths of full weight (1..8)"},
   };
 }
 
@@ -45,6 +48,7 @@ BlurSettings ParseBlurSettings(const Options& options) {
   s.refine = options.Has("--refine");
   s.no_bleed = options.Has("--no-bleed");
   s.pullback = options.GetInt("--pullback", 0, kMaxPullback);
+  s.threshold = options.GetInt("--threshold", 1, kMaxThreshold);
   return s;
 }
 

@@ -25,9 +25,11 @@ struct BlurSettings {
   bool has_map_size = false;
   Size map_size;        // --disparity-size
   bool refine = false;  // DofraRefineWeightMap instead of weight_async_process
-  // The no-glow blur (DofraSetNoBleed) and its pullback in frame pixels.
+  // The no-glow blur (DofraSetNoBleed): its pullback in frame pixels and
+  // its threshold in eighths of the full weight.
   bool no_bleed = false;
   int pullback = 2;
+  int threshold = 6;
 };
 
 

@@ -59,6 +59,7 @@ const std::vector<TuningParam>& TuningParams() {
       {"refine", "refine", ParamKind::kFlag, 0, 1, 1, "--refine", -1, true},
       {"no_bleed", "no glow", ParamKind::kFlag, 0, 1, 1, "--no-bleed", -1, true},
       {"pullback", "pullback", ParamKind::kInt, 0, 8, 1, "--pullback", -1, true},
+      {"threshold", "threshold", ParamKind::kInt, 1, 8, 1, "--threshold", -1, true},
   };
   return params;
 }

@@ -423,6 +423,8 @@ INSTANTIATE_TEST_SUITE_P(
                  "--unknown and --keep-unknown exclude each other"},
         BadInput{"PullbackNine", NoFiles({"--no-bleed", "--pullback", "9"}),
                  "--pullback must lie in 0..8, not 9"},
+        BadInput{"ThresholdZero", NoFiles({"--no-bleed", "--threshold", "0"}),
+                 "--threshold must lie in 1..8, not 0"},
         BadInput{
             "OutputIsImage",
             {"blur", "--image", "@/none.png", "--disparity", "@/none2.png", "-o", "@/./none.png"},
