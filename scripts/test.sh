@@ -43,8 +43,8 @@ echo "== arm64 under qemu-aarch64"
 scripts/build.sh build-arm64 -DCMAKE_TOOLCHAIN_FILE=cmake/aarch64-linux-gnu.cmake
 run_ctest ctest.build-arm64 build-arm64
 
-echo "== libFuzzer targets, 30 s each"
-scripts/fuzz.sh 30
+echo "== libFuzzer targets, 20 s each"
+scripts/fuzz.sh 20
 
 echo "== installed tree, with a consumer built outside it"
 scripts/install_check.sh build
