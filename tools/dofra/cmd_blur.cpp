@@ -142,6 +142,7 @@ int BlurRaw(const Options& options, const BlurSettings& s, const Outputs& o) {
   WeightMapper mapper(size, {disparity.width, disparity.height},
                       s.refine ? MapMethod::kRefined : MapMethod::kPlain);
   mapper.SetGuide(session->source());  // read by the refined map only
+  mapper.SetTuning(&s.tuning);
   MapWeights(&mapper, s, disparity, focus);
   session->SetWeights(mapper.weights());
   session->SetNoBleed(NoBleedMode(s));

@@ -8,8 +8,29 @@
 #include "commands.h"
 #include "quality_edges.h"
 #include "quality_glow.h"
+#include "settings.h"
 
 namespace dofra_tool {
+
+namespace {
+
+std::vector<OptionSpec> QualityOptions() {
+  std::vector<OptionSpec> options = {
+      {"--size", "WxH", "640x480", "scene size, one the library accepts"},
+      {"--level", "L", "1", "blur level: 1 (strongest) .. 20 (none)"},
+  };
+  const std::vector<OptionSpec> tuning = TuningOptions();
+  options.insert(options.end(), tuning.begin(), tuning.end());
+  options.insert(options.end(), {
+      {"--glow-only", nullptr, nullptr, "only the glow table (the edge tables take longer)"},
+      {"--glow-picture", "FILE", nullptr,
+       "also write a .png of the disc's edge: default, --no-bleed, --refine --no-bleed"},
+      {"--verbose", nullptr, nullptr, "show the library's log lines"},
+  });
+  return options;
+}
+
+}  // namespace
 
 const CommandSpec kQualityCommand = {
     "quality",
@@ -24,29 +45,9 @@ const CommandSpec kQualityCommand = {
     "(1280x720, factor 4), blurred by each mode, and how much the wall 3 to 8 and 3 to 24\n"
     "pixels outside the disc is brighter than the same wall blurred alike without the\n"
     "disc, as a signed share of the disc-to-wall contrast.",
-    {
-        {"--size", "WxH", "640x480", "scene size, one the library accepts"},
-        {"--level", "L", "1", "blur level: 1 (strongest) .. 20 (none)"},
-        {"--range-sigma", "S", "12", "refined map: colour distance of weight 0.70 (1..64)"},
-        {"--purity-scale", "P", "4", "refined map: purity distance of weight 0.70 (1..64)"},
-        {"--chroma-weight", "C", "2", "refined map: chroma distance counted in quarters (0..8)"},
-        {"--flat-spread", "F", "2", "refined map: samples this close stay bilinear (0..255)"},
-        {"--glow-only", nullptr, nullptr, "only the glow table (the edge tables take longer)"},
-        {"--glow-picture", "FILE", nullptr,
-         "also write a .png of the disc's edge: default, --no-bleed, --refine --no-bleed"},
-        {"--verbose", nullptr, nullptr, "show the library's log lines"},
-    }};
+    QualityOptions()};
 
 constexpr int kGlowCrop = 160;  // pixels a side of each crop of --glow-picture
-
-DofraRefineTuning ParseTuning(const Options& options) {
-  DofraRefineTuning t;
-  t.range_sigma = options.GetInt("--range-sigma", 1, 64);
-  t.purity_scale = options.GetInt("--purity-scale", 1, 64);
-  t.chroma_weight = options.GetInt("--chroma-weight", 0, 8);
-  t.flat_spread = options.GetInt("--flat-spread", 0, 255);
-  return t;
-}
 
 int RunQuality(const std::vector<std::string>& args) {
   const Options options(kQualityCommand, args);

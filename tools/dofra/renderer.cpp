@@ -93,6 +93,7 @@ double PictureRenderer::RefinedWeights(const FittedFrame& fitted, const BlurSett
       refiner->disparity().height != map.height) {
     refiner.reset(new WeightMapper(frame, map, MapMethod::kRefined));
   }
+  refiner->SetTuning(&settings.tuning);  // read during this call only
   return RefinePictureWeights(fitted, inputs_.full_disparity, settings.calib, settings.level, focus,
                               refiner.get(), &weights_);
 }

@@ -10,8 +10,17 @@ constexpr int kMaxThreshold = 8;  // DOFRA_NO_BLEED_THRESHOLD_MAX
 
 }  // namespace
 
-std::vector<OptionSpec> SettingOptions() {
+std::vector<OptionSpec> TuningOptions() {
   return {
+      {"--range-sigma", "S", "12", "refined map: colour distance of weight 0.70 (1..64)"},
+      {"--purity-scale", "P", "4", "refined map: purity distance of weight 0.70 (1..64)"},
+      {"--chroma-weight", "C", "2", "refined map: chroma distance counted in quarters (0..8)"},
+      {"--flat-spread", "F", "2", "refined map: samples this close stay bilinear (0..255)"},
+  };
+}
+
+std::vector<OptionSpec> SettingOptions() {
+  std::vector<OptionSpec> options = {
       {"--focus", "X,Y", nullptr, "point in focus, in picture pixels (default: the centre)"},
       {"--scale", "S", "4", "blur factor: 2, 4, 6 or 8"},
       {"--level", "L", "1", "blur level: 1 (strongest) .. 20 (none)"},
@@ -22,13 +31,32 @@ std::vector<OptionSpec> SettingOptions() {
       {"--unknown", "V", "0", "disparity value that marks unknown pixels, filled from around"},
       {"--keep-unknown", nullptr, nullptr, "pass unknown pixels on as they are"},
       {"--refine", nullptr, "off", "refine the weight map with the picture (DofraRefineWeightMap)"},
+  };
+  const std::vector<OptionSpec> tuning = TuningOptions();
+  options.insert(options.end(), tuning.begin(), tuning.end());
+  options.insert(options.end(), {
       // The no-glow blur.
       {"--no-bleed", nullptr, "off",
        "keep in-focus colours out of the blurred background (DofraSetNoBleed)"},
       {"--pullback", "N", "2", "no-glow blur: frame pixels kept clear of the subject (0..8)"},
       {"--threshold", "N", "6",
        "no-glow blur: a map pixel counts as blurred from N eighths of full weight (1..8)"},
-  };
+  });
+  return options;
+}
+
+DofraRefineTuning DefaultTuning() {
+  return {DOFRA_REFINE_RANGE_SIGMA_DEFAULT, DOFRA_REFINE_PURITY_SCALE_DEFAULT,
+          DOFRA_REFINE_CHROMA_WEIGHT_DEFAULT, DOFRA_REFINE_FLAT_SPREAD_DEFAULT};
+}
+
+DofraRefineTuning ParseTuning(const Options& options) {
+  DofraRefineTuning t;
+  t.range_sigma = options.GetInt("--range-sigma", 1, 64);
+  t.purity_scale = options.GetInt("--purity-scale", 1, 64);
+  t.chroma_weight = options.GetInt("--chroma-weight", 0, 8);
+  t.flat_spread = options.GetInt("--flat-spread", 0, 255);
+  return t;
 }
 
 BlurSettings ParseBlurSettings(const Options& options) {
@@ -46,6 +74,7 @@ BlurSettings ParseBlurSettings(const Options& options) {
   s.has_map_size = options.Has("--disparity-size");
   if (s.has_map_size) s.map_size = options.GetSize("--disparity-size");
   s.refine = options.Has("--refine");
+  s.tuning = ParseTuning(options);
   s.no_bleed = options.Has("--no-bleed");
   s.pullback = options.GetInt("--pullback", 0, kMaxPullback);
   s.threshold = options.GetInt("--threshold", 1, kMaxThreshold);

@@ -7,12 +7,16 @@
 #include <vector>
 
 #include "cli.h"
+#include <dofra_quality.h>
 
 namespace dofra_tool {
 
 // --focus, --scale, --level, --calib, --disparity-size, --unknown,
 // --keep-unknown and --refine, with their help and defaults.
 std::vector<OptionSpec> SettingOptions();
+
+// The library's defaults of the refined map's tuning.
+DofraRefineTuning DefaultTuning();
 
 struct BlurSettings {
   int scale = 0;
@@ -25,6 +29,7 @@ struct BlurSettings {
   bool has_map_size = false;
   Size map_size;        // --disparity-size
   bool refine = false;  // DofraRefineWeightMap instead of weight_async_process
+  DofraRefineTuning tuning = DefaultTuning();  // the refined map's tuning
   // The no-glow blur (DofraSetNoBleed): its pullback in frame pixels and
   // its threshold in eighths of the full weight.
   bool no_bleed = false;
@@ -35,6 +40,11 @@ struct BlurSettings {
 
 // Throws InputError naming the first option that is malformed or out of range.
 BlurSettings ParseBlurSettings(const Options& options);
+
+// The refined map's tuning options (--range-sigma, --purity-scale,
+// --chroma-weight, --flat-spread), shared with dofra quality.
+std::vector<OptionSpec> TuningOptions();
+DofraRefineTuning ParseTuning(const Options& options);
 
 // The point in focus: the one given, else the picture's centre; refused
 // outside the picture.

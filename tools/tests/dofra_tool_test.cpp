@@ -285,6 +285,31 @@ INSTANTIATE_TEST_SUITE_P(Sizes, BlurTest,
                                            BlurCase{{203, 117}, "in.png", false, true},
                                            BlurCase{{kW, kH}, "in.yuv", true, true}));
 
+// The refined map's tuning reaches the library: each option alone changes
+// the map that --weights writes.
+TEST_F(ToolTest, RefineTuningChangesTheMap) {
+  WritePng(Path("in.png"), Texture(kW, kH));
+  WritePng(Path("disp.png"), Disparity(kW, kH));
+  auto map = [&](std::vector<std::string> tuning) {
+    std::vector<std::string> args = {"blur", "--image", Path("in.png"), "--disparity",
+                                     Path("disp.png"), "--refine", "-o", Path("out.png"),
+                                     "--weights", Path("w.png")};
+    args.insert(args.end(), tuning.begin(), tuning.end());
+    const ToolRun run = Tool(args);
+    EXPECT_EQ(run.status, 0) << run.err;
+    return ReadBytes(Path("w.png"));
+  };
+  const std::vector<uint8_t> plain = map({});
+  EXPECT_TRUE(map({"--range-sigma", "12", "--purity-scale", "4", "--chroma-weight", "2",
+                   "--flat-spread", "2"}) == plain)
+      << "the defaults";
+  for (const auto& option : std::vector<std::vector<std::string>>{{"--range-sigma", "1"},
+                                                                   {"--purity-scale", "64"},
+                                                                   {"--chroma-weight", "8"},
+                                                                   {"--flat-spread", "255"}})
+    EXPECT_TRUE(map(option) != plain) << option[0];
+}
+
 struct BadInput {
   const char* name;
   std::vector<std::string> args;  // "@" stands for the test's directory
@@ -423,6 +448,8 @@ INSTANTIATE_TEST_SUITE_P(
                  "--unknown and --keep-unknown exclude each other"},
         BadInput{"PullbackNine", NoFiles({"--no-bleed", "--pullback", "9"}),
                  "--pullback must lie in 0..8, not 9"},
+        BadInput{"BlurRangeSigmaZero", NoFiles({"--refine", "--range-sigma", "0"}),
+                 "--range-sigma must lie in 1..64, not 0"},
         BadInput{"ThresholdZero", NoFiles({"--no-bleed", "--threshold", "0"}),
                  "--threshold must lie in 1..8, not 0"},
         BadInput{
