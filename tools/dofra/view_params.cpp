@@ -57,10 +57,10 @@ const std::vector<TuningParam>& TuningParams() {
       {"calib_n", "calib N", ParamKind::kLog, 0, kU16Max, 1, "--calib", 3, false},
       // The opt-in quality modes: the refined map and the no-glow blur.
       {"refine", "refine", ParamKind::kFlag, 0, 1, 1, "--refine", -1, true},
-      {"range_sigma", "range sigma", ParamKind::kInt, 1, 64, 1, "--range-sigma", -1, true},
+      {"range_sigma", "sigma", ParamKind::kInt, 1, 64, 1, "--range-sigma", -1, true},
       {"purity_scale", "purity", ParamKind::kInt, 1, 64, 1, "--purity-scale", -1, true},
       {"chroma_weight", "chroma", ParamKind::kInt, 0, 8, 1, "--chroma-weight", -1, true},
-      {"flat_spread", "flat spread", ParamKind::kInt, 0, 255, 1, "--flat-spread", -1, true},
+      {"flat_spread", "flat", ParamKind::kInt, 0, 255, 1, "--flat-spread", -1, true},
       {"no_bleed", "no glow", ParamKind::kFlag, 0, 1, 1, "--no-bleed", -1, true},
       {"pullback", "pullback", ParamKind::kInt, 0, 8, 1, "--pullback", -1, true},
       {"threshold", "threshold", ParamKind::kInt, 1, 8, 1, "--threshold", -1, true},
