@@ -23,6 +23,14 @@ namespace {
 
 DofraParams Params1080() { return DofraParams{1920, 1080, 240, 135, 5, 0, 4, 5}; }
 
+// A 1080p handle blurring under `weights` (borrowed: they must outlive it).
+void InitWithMap(const std::vector<uint16_t>& weights, DofraHandle** handle) {
+  DofraParams params = Params1080();
+  ASSERT_EQ(DofraInit(handle, &params), 0);
+  DofraWeightMapInfo info{{0, 0, 0}, const_cast<uint16_t*>(weights.data())};
+  ASSERT_EQ(DofraCreateWeightMap(*handle, &info), 0);
+}
+
 // The nth allocation of DofraInit fails (0: none, and exactly 16 are made):
 // 1 is returned, the lines are logged after the build-time line, and the
 // host keeps the released address except when the handle itself failed.
@@ -127,12 +135,9 @@ TEST(RuntimeFaultTest, OneWorkerFailingLeavesTheOtherRunningEverythingInOrder) {
 // runs on the caller and the frame still comes out whole.
 TEST(RuntimeFaultTest, TaskRecordsOfAFrame) {
   fault::Guard guard;
-  DofraParams params = Params1080();
+  const std::vector<uint16_t> weights(1920 * 1080, 1024);
   DofraHandle* handle = nullptr;
-  ASSERT_EQ(DofraInit(&handle, &params), 0);
-  std::vector<uint16_t> weights(1920 * 1080, 1024);
-  DofraWeightMapInfo info{{0, 0, 0}, weights.data()};
-  ASSERT_EQ(DofraCreateWeightMap(handle, &info), 0);
+  ASSERT_NO_FATAL_FAILURE(InitWithMap(weights, &handle));
   auto frame = [] {
     return std::make_unique<android::GraphicBuffer>(1920, 1080,
                                                     android::HAL_PIXEL_FORMAT_YCrCb_420_SP, 0x33);
@@ -159,12 +164,9 @@ TEST(RuntimeFaultTest, TaskRecordsOfAFrame) {
 // was. Once on, a frame allocates only its four task records.
 TEST(RuntimeFaultTest, NoBleedScratchOnceAndNothingPerFrame) {
   fault::Guard guard;
-  DofraParams params = Params1080();
+  const std::vector<uint16_t> weights(1920 * 1080, 1024);
   DofraHandle* handle = nullptr;
-  ASSERT_EQ(DofraInit(&handle, &params), 0);
-  std::vector<uint16_t> weights(1920 * 1080, 1024);
-  DofraWeightMapInfo info{{0, 0, 0}, weights.data()};
-  ASSERT_EQ(DofraCreateWeightMap(handle, &info), 0);
+  ASSERT_NO_FATAL_FAILURE(InitWithMap(weights, &handle));
   const DofraNoBleed on = {1, 1, 2, DOFRA_NO_BLEED_THRESHOLD_DEFAULT};
   for (int nth : {1, 2}) {
     LogCapture log;
